@@ -1,0 +1,12 @@
+# cmake -DMODULES="a.yang;b.yang" -DOUTPUT=x.cpp -P EmbedYang.cmake
+set(text "// Made from yang/*.yang; edit those.\n#include \"client/builtin_yang.h\"\n\nnamespace zam::client {\n\n")
+foreach(module IN LISTS MODULES)
+    get_filename_component(name ${module} NAME_WE)
+    string(REPLACE "-" "_" symbol ${name})
+    file(READ ${module} bytes HEX)
+    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${bytes}")
+    string(REGEX REPLACE "((0x..,){20})" "\\1\n    " bytes "${bytes}")
+    string(APPEND text "extern const char yang_${symbol}[] = {\n    ${bytes}0x00};\n\n")
+endforeach()
+string(APPEND text "} // namespace zam::client\n")
+file(WRITE ${OUTPUT} "${text}")

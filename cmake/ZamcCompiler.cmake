@@ -1,0 +1,29 @@
+# Warnings, hardening and sanitizers, as two interface targets: everything we
+# compile links zamc_compile; lib/ links zamc_library_compile on top of it.
+add_library(zamc_compile INTERFACE)
+target_include_directories(zamc_compile INTERFACE ${PROJECT_SOURCE_DIR}/include)
+target_compile_options(zamc_compile INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wundef
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast>
+    # Nothing that we build names a path of the machine it was built on.
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+    -fstack-protector-strong)
+if(ZAMC_WERROR)
+    target_compile_options(zamc_compile INTERFACE -Werror)
+endif()
+target_compile_definitions(zamc_compile INTERFACE _GNU_SOURCE)
+if(ZAMC_SANITIZE)
+    target_compile_options(zamc_compile INTERFACE -fsanitize=${ZAMC_SANITIZE} -fno-sanitize-recover=all
+                                                  -fno-omit-frame-pointer)
+    target_link_options(zamc_compile INTERFACE -fsanitize=${ZAMC_SANITIZE})
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(zamc_compile INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+
+# The library itself does without exceptions, RTTI and the C++ runtime library.
+add_library(zamc_library_compile INTERFACE)
+target_link_libraries(zamc_library_compile INTERFACE zamc_compile PkgConfig::LIBYANG)
+target_include_directories(zamc_library_compile INTERFACE ${PROJECT_SOURCE_DIR}/lib)
+target_compile_options(zamc_library_compile INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+    -fno-semantic-interposition)
