@@ -1,0 +1,71 @@
+// What the files of lib/yang, and the layers above, share.
+#ifndef ZAMC_YANG_YANG_INTERNAL_H
+#define ZAMC_YANG_YANG_INTERNAL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include <zamc/yang_module.h>
+#include <zamc/yang_tree_data.h>
+#include <zamc/yang_wrap.h>
+
+#include "runtime/mem_internal.h"
+
+namespace zam::yang {
+
+// A tree of our making or a parsed one, with all its siblings.
+using owned_tree = runtime::owned<lyd_node, zam_lyd_tree_destroy>;
+using owned_set = runtime::owned<ly_set, zam_ly_set_free>;
+
+// What a message shows of a text that may be absent.
+inline const char *shown(const char *text) {
+    return text ? text : "(null)";
+}
+
+// One of libyang's arrays, whose length stands in front of the first element; null is the empty one.
+template <typename T>
+std::span<T> sized_array(T *array) {
+    return {array, static_cast<size_t>(LY_ARRAY_COUNT(array))};
+}
+
+// The bit of `priv` that marks a lightweight node.
+constexpr uintptr_t lightweight_mark = 1;
+
+// Where a node keeps its first child; null for null and for nodes that have no children by their kind.
+lyd_node **child_slot(lyd_node *node);
+
+// An identity without the prefix of `module`: the text after its first colon when the module's name and a colon stand
+// anywhere in it, else the value as it is. Borrowed from `value`.
+const char *without_own_prefix(const char *value, const lys_module *module);
+
+// Brackets open at the same time in a JSON text that we accept: ten times what a model needs, and far from what makes a
+// recursive parser at the other end run out of stack.
+constexpr size_t json_depth_max = 1024;
+
+struct json_scan {
+    bool well_formed;   // exactly one JSON value (RFC 8259) in valid UTF-8, blanks around it allowed
+    bool nested_arrays; // an array stands directly inside an array; libyang does not take those in an anydata
+    size_t offset;      // where the scan ended: the length of a well-formed text, else the place of the fault
+};
+
+// Reads a text once, without recursion and without memory.
+json_scan scan_json(std::string_view text);
+
+// Attaches outgoing JSON as the anydata child `name` of `parent`, an inner node with a schema node. `module` is the
+// anydata's module, null for the parent's; with `output` the anydata is one of the operation's output. Printed as JSON
+// the content is `text`, byte for byte, blanks inside and around it included; printed as XML it would be that text
+// again, so it goes out in JSON only.
+//
+// The new node belongs to the parent. It is an anydata when the text is "{}" or an object that begins with its first
+// name, a colon right behind it, and ends with its brace; for any other value it is an opaque leaf that stands in the
+// anydata's place, behind all siblings with a schema node. The text is copied.
+//
+// Null, with a line at level 3, when the text is not one well-formed JSON value (see scan_json), when there is no such
+// anydata or when libyang refuses the node; null for null arguments and without memory.
+lyd_node *new_raw_json(lyd_node *parent, const lys_module *module, const char *name, const char *text, bool output);
+
+} // namespace zam::yang
+
+#endif
