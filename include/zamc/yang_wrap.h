@@ -1,0 +1,249 @@
+/* SPDX-License-Identifier: BSD-3-Clause
+ * Copyright the zamc authors */
+#ifndef ZAMC_YANG_WRAP_H
+#define ZAMC_YANG_WRAP_H
+
+#include <stdint.h>
+
+#include <libyang/libyang.h>
+#include <zamc/attributes.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Nodes by path */
+
+/*
+ * Paths follow the grammar of <zamc/path.h>: "/module:name/child[key='value']", each predicate naming one key, or "."
+ * for the value of a leaf-list entry. Trees that these functions build mix libyang's nodes with nodes of our own and
+ * with opaque ones: release them with zam_lyd_tree_destroy only. No function keeps state; a tree belongs to one thread
+ * at a time.
+ */
+
+/** A text and the place in the data that it belongs to, as zam_parse_mem takes it. All texts are borrowed. */
+typedef struct zam_mem_doc {
+    const char *path;  /**< absolute path of the node that the text is the content of, or "/": a whole document */
+    const char *data;  /**< the text; null and "" mean no content */
+    LYD_FORMAT format; /**< LYD_XML or LYD_JSON */
+} zam_mem_doc;
+
+/**
+ * Creates the nodes along a path.
+ *
+ * A step without prefix belongs to the module of the step before it. A list step makes a new entry, with the keys of
+ * its predicates; an entry that is there already is not looked for. A leaf without a value is made as an opaque node
+ * (of type empty: as itself), and so is the entry of a leaf-list. The value goes to each leaf, leaf-list and anydata
+ * step of the path; where a predicate gives a value too (the key leaf of the entry, the entry of a leaf-list) both must
+ * be the same. An anydata without value is made empty.
+ *
+ * On failure the new branch is destroyed together with all its siblings: below an existing parent this frees the
+ * parent's other children as well, and callers count on a parent that holds nothing half done.
+ *
+ * @param parent the node to build below; null builds a new tree.
+ * @param ctx the schema context; may be null when there is a parent.
+ * @param path without parent an absolute path, else one relative to the parent.
+ * @param value the text of the last node, or null.
+ * @return the topmost node made (it belongs to the parent, or without one to the caller), or the key leaf of the parent
+ *         that was there already; null on failure, after a line at level 3 except for a null argument and a path that
+ *         does not begin with a well-formed step.
+ */
+struct lyd_node *zam_lyd_new_path(struct lyd_node *parent, const struct ly_ctx *ctx, const char *path,
+                                  const char *value);
+
+/**
+ * Finds a node by path.
+ *
+ * An absolute path is matched against the given node and the siblings behind it, a relative one against the node's
+ * children. A step without prefix matches the name in any module; predicates count for list entries (every key named
+ * must be there and equal) and leaf-lists, whose value is compared whatever name the predicate gives. A key of type
+ * identityref is compared without the module of the identity, so identities of foreign modules never match. A leaf,
+ * leaf-list, anydata or anyxml ends the search even when the path goes on.
+ *
+ * A path is expected to single out one node on each level above the last: when the rest of the path is not found below
+ * a first match, a second match on that level is reported as a malformed path instead of being searched.
+ *
+ * @return the node, borrowed from its tree; the tree itself for "/"; null when there is none (a line at level 7), when
+ *         the path is malformed (a line at level 3), and for null arguments.
+ */
+struct lyd_node *zam_lyd_find_path(struct lyd_node *tree, const char *path);
+
+/**
+ * The absolute path of a node: module names where the module changes, every key of an entry in double quotes, with a
+ * backslash before each double quote and backslash, and the value of a leaf-list entry as [.="value"].
+ *
+ * @return a new text to release with zam_free; null when the node or one above it is not known to the schema, for null,
+ *         and without memory.
+ */
+char *zam_lyd_path(const struct lyd_node *node);
+
+/**
+ * Creates one leaf below a node, in the parent's module, with a text formatted as by printf.
+ *
+ * @return 0; -1 for null arguments, when the text cannot be formatted or libyang refuses the leaf.
+ */
+int32_t zam_leaf_setf(struct lyd_node *parent, const char *name, const char *format, ...) ZAM_PRINTF(3, 4);
+
+/**
+ * The canonical text of a leaf or leaf-list entry found as by zam_lyd_find_path; of an opaque node its text as it is.
+ *
+ * @return the text, which belongs to the tree; null when nothing is found, or another kind of node (a line at level 3).
+ */
+const char *zam_leaf_get_raw(struct lyd_node *tree, const char *path);
+
+/**
+ * Reads the text of a leaf with a scanf format. Each %s, %c and %[ takes two arguments: the buffer and its size in
+ * bytes, 32 bits unsigned; a text that does not fit counts as not read and leaves "".
+ *
+ * @return the number of items read, or -1 when the text ends before the first; 0 when there is no such leaf.
+ */
+int32_t zam_leaf_getf(struct lyd_node *tree, const char *path, const char *format, ...);
+
+/**
+ * Parses a text as the content of the node at a path. The caller's texts are never changed.
+ *
+ * With path "/" the text is a whole document. Without text the path alone makes the tree, its last node empty. Else, by
+ * the kind of the node at the path:
+ *
+ * - container: in JSON the object of its members, in XML the whole element;
+ * - list: in JSON the array of its entries, in XML one or more elements. What the path's predicates name is replaced by
+ *   the content, which must hold the keys itself;
+ * - leaf-list: in JSON an array of strings (arrays of numbers and booleans are refused), in XML the elements. An empty
+ *   element leaves what the path says;
+ * - leaf: in XML the element, whose text is taken as it stands; in JSON the bare text, without quotes, or with `bare`
+ *   zero an object with the one member.
+ *
+ * The text is put into the printed form of the path by plain search. A key value in the path that holds {}, []
+ * or }], or an empty key, is mistaken for the place of the content.
+ *
+ * @param options libyang's LYD_PARSE options for data; the result is validated with LYD_VALIDATE_PRESENT unless they
+ *        hold LYD_PARSE_ONLY. Without meaning for an operation.
+ * @param bare non-zero when a JSON text is the bare content; zero when it is wrapped as {"name": content}.
+ * @param is_operation non-zero to parse the complete text as the request of an RPC or action.
+ * @return a new tree to release with zam_lyd_tree_destroy; null on failure, after a line at level 3 from the step that
+ *         failed. RPCs, actions, notifications and anydata take no content here.
+ */
+struct lyd_node *zam_parse_mem(const struct ly_ctx *ctx, const zam_mem_doc *doc, uint32_t options, int32_t bare,
+                               uint8_t is_operation);
+
+/* Anydata */
+
+/**
+ * The content of an anydata or anyxml node as text: a tree is printed without blanks in the format asked for, a stored
+ * text is given as it is, whatever the format.
+ *
+ * @param length takes the length in bytes without the terminator; 0 when there is no text. May be null.
+ * @return a new text to release with zam_free; null for an empty anydata, for any other node, for binary content (a
+ * line at level 3), and when it cannot be printed.
+ */
+char *zam_anydata_dump(const struct lyd_node *node, LYD_FORMAT format, uint32_t *length);
+
+/**
+ * The content of an anydata or anyxml node as a tree: a copy of a stored tree, or a stored text parsed with `options`
+ * (LYD_PARSE...) and LYD_VALIDATE_PRESENT, as XML when it begins with "<", else as JSON.
+ *
+ * @return a new tree to release with zam_lyd_tree_destroy; null for null arguments, an empty anydata, any other node,
+ *         binary content (a line at level 4), and a text that does not parse.
+ */
+struct lyd_node *zam_anydata2lyd_tree(const struct ly_ctx *ctx, const struct lyd_node *node, uint32_t options);
+
+/**
+ * Takes the value out of a pull reply in JSON: for path "/" the whole `data` object, else the value of its first
+ * member. A string comes unescaped in UTF-8, anything else as printed. The halves of a surrogate pair are decoded each
+ * by itself, U+FFFE and U+FFFF to four bytes, and a character of \uXXXX that is no hexadecimal digit is skipped.
+ *
+ * The reply is expected as the server prints it: without blanks between tokens, `data` last, nothing after the last
+ * brace.
+ *
+ * @return a new text to release with zam_free; null when the reply holds no data, for null, and without memory.
+ */
+char *zam_get_value(const char *path, const char *json);
+
+/**
+ * Names JSON content after the last node of a path: {"name":content} for a content that begins with "{" or "[", else
+ * {"name":"content"}, the content as it stands, without escaping. The name keeps the module prefix that the path's last
+ * step has, and loses its predicates.
+ *
+ * @return a new text to release with zam_free: a copy of the content for path "/", two double quotes for null content;
+ *         null for a null path and without memory.
+ */
+char *zam_add_name(const char *path, const char *content);
+
+/* Error trees */
+
+/**
+ * Builds an rpc-error (RFC 6241, section 4.3) from the yang-data template `yang-errors` of the built-in ietf-netconf.
+ * error-severity is never set.
+ *
+ * @param type "transport", "rpc", "protocol" or "application".
+ * @param tag the error-tag; any text.
+ * @param app_tag the error-app-tag, or null for none.
+ * @param path the instance path of the node in error, or null for none.
+ * @param format the error-message in the manner of printf, or null for none.
+ * @return a new tree to release with zam_lyd_tree_destroy; null for a null context, and after a line at level 3 when
+ * the context has no such template (the line names ietf-restconf) or a leaf is refused.
+ */
+struct lyd_node *zam_create_error(struct ly_ctx *ctx, const char *type, const char *tag, const char *app_tag,
+                                  const char *path, const char *format, ...) ZAM_PRINTF(6, 7);
+
+/**
+ * Builds an rpc-error of type "protocol" from libyang's last error in the context and this thread, and clears libyang's
+ * errors whether or not it could be built. The tag follows from libyang's validation code: "syntax", "invalid-value",
+ * "semantic" or "operation-failed" (also without a code). libyang's message is the format of the error-message, so that
+ * "%%" becomes "%"; a message that holds any other conversion, quoted from the data it complains about, stands as it
+ * is.
+ *
+ * @return a new tree to release with zam_lyd_tree_destroy, or null as from zam_create_error.
+ */
+struct lyd_node *zam_get_ly_error(struct ly_ctx *ctx);
+
+/**
+ * Appends an error tree, with its siblings, behind the last sibling of another one, which owns it from then on.
+ *
+ * @return 0; -1 when either is null, when both are the same list, and when the error hangs below another node.
+ */
+int32_t zam_merge_error(struct lyd_node *tree, struct lyd_node *error);
+
+/** 1 when the node is named rpc-error and belongs to ietf-netconf, opaque nodes included; else 0, also for null. */
+int32_t zam_is_rpc_error_node(const struct lyd_node *node);
+
+/* Schema nodes */
+const struct lysc_node *zam_lys_parent(const struct lysc_node *node);
+const struct lys_module *zam_lys_node_module(const struct lysc_node *node);
+void *zam_lys_set_private(const struct lysc_node *node, void *value);
+LY_DATA_TYPE zam_lys_type_base(const struct lysc_node *node);
+LY_DATA_TYPE zam_lys_realtype(const struct lysc_node *node);
+uint16_t zam_lys_nodetype(const struct lysc_node *node);
+const struct lysc_node *zam_lys_child(const struct lysc_node *node);
+uint32_t zam_lys_list_key_num(const struct lysc_node *node);
+const char *zam_lys_get_default_value(const struct lysc_node *node);
+const struct lysc_node *zam_lys_parent_without_choice(const struct lysc_node *node);
+const struct lysc_node *zam_lys_find_path(const struct ly_ctx *ctx, const struct lysc_node *context_node,
+                                          const char *path, int32_t output);
+const struct lysc_node *zam_schema_find(const struct ly_ctx *ctx, const struct lysc_node *context_node,
+                                        const char *path);
+const char *zam_find_enum_name(const struct lysc_node *node, int32_t value);
+char *zam_build_bits_buf(const struct lysc_node *node, uint32_t mask);
+int32_t zam_is_edge_node(const struct lysc_node *node);
+
+/* Datastores */
+int32_t zam_is_config_datastore(const char *name);
+uint32_t zam_calc_parse_opt(const char *datastore, int32_t parse_only, int32_t kind);
+
+/* Data nodes */
+const char *zam_lyd_get_schema_name(const struct lyd_node *node);
+const char *zam_lyd_get_module_name(const struct lyd_node *node);
+char *zam_lyd_tree_dump(const struct lyd_node *node, LYD_FORMAT format, uint32_t *length);
+char *zam_lyd_tree_dump_nosibling(const struct lyd_node *node, LYD_FORMAT format, uint32_t *length);
+const char *zam_get_leaf_value(const struct lyd_node *node);
+const char *zam_get_node_meta_value(const struct lyd_node *node, const char *name);
+const struct lysc_node *zam_lyd_get_schema(const struct lyd_node *node, const struct lysc_node *parent);
+uint16_t zam_lyd_get_nodetype(const struct lyd_node *node);
+char *zam_add_escape_character(const char *text);
+void zam_logout_lyd_tree(const struct lyd_node *node);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
