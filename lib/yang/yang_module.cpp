@@ -226,6 +226,10 @@ struct lyd_node *zam_lyd_parse_op(const struct ly_ctx *ctx, const char *text, LY
         return nullptr;
     }
     const owned<ly_in, zam_ly_in_free> in{handle};
+    if (format == LYD_JSON && ctx != nullptr && !may_be_json_operation(ctx, text)) {
+        zam_log_printf(ZAM_LOG_DEBUG, "[libyang]Parse op unsuccessful, ret : %u.\n", LY_EVALID);
+        return nullptr;
+    }
     lyd_node *tree = nullptr;
     result = lyd_parse_op(ctx, nullptr, in.get(), format, type, &tree, nullptr);
     // Callers also parse to find out whether a text is an operation at all, so that it is not is nothing to report.

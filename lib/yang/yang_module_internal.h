@@ -66,6 +66,11 @@ LY_ERR _search_module(const char *module, const char *module_revision, const cha
                       const char *submodule_revision, void *user_data, LYS_INFORMAT *format, const char **text,
                       ly_module_imp_data_free_clb *release);
 
+// yang_module_guard.cpp
+// Whether a JSON text may be given to libyang's operation parser: one well-formed object with one member that is, or may
+// hold, an operation. Costs one pass over the text.
+bool may_be_json_operation(const ly_ctx *ctx, const char *text);
+
 // yang_module_load.cpp
 char *_get_module_name(const char *file_name);
 int _is_yang(const dirent *entry);
