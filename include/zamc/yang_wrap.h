@@ -207,40 +207,149 @@ int32_t zam_merge_error(struct lyd_node *tree, struct lyd_node *error);
 /** 1 when the node is named rpc-error and belongs to ietf-netconf, opaque nodes included; else 0, also for null. */
 int32_t zam_is_rpc_error_node(const struct lyd_node *node);
 
-/* Schema nodes */
+/**
+ * @name Schema nodes
+ *
+ * Questions to compiled schema nodes. They are borrowed from their context, as is everything returned unless said
+ * otherwise, until the context compiles again: loading a module may rebuild them all. Null gives null or 0.
+ * @{
+ */
+
+/** The schema node above, choices and cases included; for the children of an operation its input or output node. */
 const struct lysc_node *zam_lys_parent(const struct lysc_node *node);
+
+/** The module that defines the node. */
 const struct lys_module *zam_lys_node_module(const struct lysc_node *node);
+
+/** Keeps a pointer of the application's with the schema node. Returns the one before. */
 void *zam_lys_set_private(const struct lysc_node *node, void *value);
+
+/** The built-in type that the type of a leaf or leaf-list derives from; LY_TYPE_UNKNOWN (0) for any other node. */
 LY_DATA_TYPE zam_lys_type_base(const struct lysc_node *node);
+
+/** As zam_lys_type_base(), but for a leafref the base of the type that it refers to. */
 LY_DATA_TYPE zam_lys_realtype(const struct lysc_node *node);
+
+/** The kind of the node, one of libyang's LYS_ values. */
 uint16_t zam_lys_nodetype(const struct lysc_node *node);
+
+/** The first child; that of the input for an operation. */
 const struct lysc_node *zam_lys_child(const struct lysc_node *node);
+
+/** The number of keys of a list, 0 for any other node. */
 uint32_t zam_lys_list_key_num(const struct lysc_node *node);
+
+/** The canonical text of a leaf's default value; null when it has none. */
 const char *zam_lys_get_default_value(const struct lysc_node *node);
+
+/** The nearest schema node above that is neither a choice nor a case; null at the top. */
 const struct lysc_node *zam_lys_parent_without_choice(const struct lysc_node *node);
+
+/**
+ * The schema node that a data path leads to, by libyang's search. Keys and a trailing slash are taken off the path
+ * first. A relative path starts at `context_node`, an absolute one needs the module's name at its first step. Choices,
+ * cases, input and output are no steps of such a path: below an operation the input's nodes are found, or, with
+ * `output` not 0, the output's. Null after a level-3 line when the path cannot be read, has more than 1024 steps or
+ * leads nowhere.
+ */
 const struct lysc_node *zam_lys_find_path(const struct ly_ctx *ctx, const struct lysc_node *context_node,
                                           const char *path, int32_t output);
+
+/**
+ * The schema node that a path leads to, by zam_find_schema_by_path(): from the root when it begins with "/", whatever
+ * `context_node` is, else from `context_node`. Null for null, the empty path and a path that leads nowhere.
+ */
 const struct lysc_node *zam_schema_find(const struct ly_ctx *ctx, const struct lysc_node *context_node,
                                         const char *path);
+
+/** The name of an enumeration leaf's item by its value; null when it has none or is no enumeration. */
 const char *zam_find_enum_name(const struct lysc_node *node, int32_t value);
+
+/**
+ * The names of the bits that `mask` sets (bit 0 for position 0), in the order of the type and with one blank between:
+ * the value text of a bits leaf, released with zam_free(). Bits at positions from 32 on are never named. Null when no
+ * bit is set or the leaf is not of type bits; without memory null after "Build bits buf unsuccessful, leaf : %s.".
+ */
 char *zam_build_bits_buf(const struct lysc_node *node, uint32_t mask);
+
+/** 1 for leaf, leaf-list, anyxml and anydata, else 0. */
 int32_t zam_is_edge_node(const struct lysc_node *node);
+/** @} */
 
-/* Datastores */
+/**
+ * @name Datastores (RFC 8342)
+ * @{
+ */
+
+/**
+ * 0 for "operational", "temporary-operational", the same two with the prefix "ietf-datastores:", and null; 1 for every
+ * other name. A name with a colon is compared with the prefixed forms only, so that another module's "operational"
+ * counts as a configuration datastore.
+ */
 int32_t zam_is_config_datastore(const char *name);
-uint32_t zam_calc_parse_opt(const char *datastore, int32_t parse_only, int32_t kind);
 
-/* Data nodes */
+/**
+ * libyang's options to parse the data of a datastore with: strict; without state data when `kind` is 0 or 2 and the
+ * datastore holds configuration; without validation when `parse_only` is not 0. Null gives 0 after "Missing datastore
+ * when calculate options.".
+ */
+uint32_t zam_calc_parse_opt(const char *datastore, int32_t parse_only, int32_t kind);
+/** @} */
+
+/**
+ * @name Data nodes
+ *
+ * Questions to data nodes of any kind, opaque ones included. Texts and nodes are borrowed from the tree or its context
+ * unless said otherwise. Null gives null or 0.
+ * @{
+ */
+
+/** The name of the node's schema node; an opaque node's own name. */
 const char *zam_lyd_get_schema_name(const struct lyd_node *node);
+
+/**
+ * The name of the node's module. An opaque node that names none has that of the nearest node above that does. One that
+ * was read from XML names a namespace: null when no implemented module has it. One of unknown origin gives null after
+ * "Get module name unsuccessful , unknown format.".
+ */
 const char *zam_lyd_get_module_name(const struct lyd_node *node);
+
+/**
+ * The node and the siblings behind it as text without indentation, empty containers included. The text is libyang's
+ * and is released with the system's free(). `length`, unless null, gets its length in bytes without the terminator,
+ * and 0 on failure. Null after "Dump tree '%s:%s' unsuccessful." when there is no text.
+ */
 char *zam_lyd_tree_dump(const struct lyd_node *node, LYD_FORMAT format, uint32_t *length);
+
+/** As zam_lyd_tree_dump(), for the node alone with its descendants. */
 char *zam_lyd_tree_dump_nosibling(const struct lyd_node *node, LYD_FORMAT format, uint32_t *length);
+
+/**
+ * The value text of a leaf, leaf-list entry or opaque node, as zam_lyd_value_string() gives it. An identity loses the
+ * prefix of the leaf's own module; those of other modules keep theirs.
+ */
 const char *zam_get_leaf_value(const struct lyd_node *node);
+
+/** The text of the node's first metadata value (RFC 7952) of that name, without prefix; an attribute's if opaque. */
 const char *zam_get_node_meta_value(const struct lyd_node *node, const char *name);
+
+/**
+ * The schema node of a data node, or the one that an opaque node would have by its name and module: below `parent` when
+ * that is given, else below the nearest node above that has a schema node, else at the top. The input of an operation
+ * is searched before its output. Null when there is none or an opaque node's module is not known; each search that
+ * fails leaves its level-3 line.
+ */
 const struct lysc_node *zam_lyd_get_schema(const struct lyd_node *node, const struct lysc_node *parent);
+
+/** The kind of the node's schema node, one of libyang's LYS_ values; 0 for an opaque node. */
 uint16_t zam_lyd_get_nodetype(const struct lyd_node *node);
+
+/** A copy with a backslash before each backslash and double quote, released with zam_free(); null for null. */
 char *zam_add_escape_character(const char *text);
+
+/** Logs the names of the node and of the siblings behind it, when the log level is 7. */
 void zam_logout_lyd_tree(const struct lyd_node *node);
+/** @} */
 
 #ifdef __cplusplus
 }
