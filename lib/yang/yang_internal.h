@@ -15,6 +15,17 @@
 
 namespace zam::yang {
 
+// Parts of a text, where the caller knows that it is long enough: substr would bring in the C++ runtime library.
+inline std::string_view text_before(std::string_view text, size_t end) {
+    return {text.data(), end};
+}
+inline std::string_view text_from(std::string_view text, size_t begin) {
+    return {text.data() + begin, text.size() - begin};
+}
+inline bool starts_with(std::string_view text, std::string_view begin) {
+    return text.size() >= begin.size() && text_before(text, begin.size()) == begin;
+}
+
 // A tree of our making or a parsed one, with all its siblings.
 using owned_tree = runtime::owned<lyd_node, zam_lyd_tree_destroy>;
 using owned_set = runtime::owned<ly_set, zam_ly_set_free>;

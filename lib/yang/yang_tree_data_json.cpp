@@ -155,7 +155,7 @@ private:
     }
 
     bool _literal(std::string_view word) {
-        if (!std::string_view{at, static_cast<size_t>(end - at)}.starts_with(word)) return false;
+        if (!starts_with({at, static_cast<size_t>(end - at)}, word)) return false;
         at += word.size();
         return true;
     }
@@ -206,7 +206,7 @@ void _mark_as_number(lyd_node *leaf) {
 
 // The end of the first name of an object that the printer writes back exactly, or 0.
 size_t _plain_first_name(std::string_view text) {
-    if (!text.starts_with("{\"") || !text.ends_with('}')) return 0;
+    if (!starts_with(text, "{\"") || !text.ends_with('}')) return 0;
     size_t quote = text.find_first_of("\"\\", 2);
     bool plain = quote > 2 && quote + 1 < text.size() && text[quote] == '"' && text[quote + 1] == ':';
     return plain ? quote : 0;

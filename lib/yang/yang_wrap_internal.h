@@ -22,17 +22,6 @@ struct free_segment {
 };
 using owned_segment = std::unique_ptr<zam_path_node, free_segment>;
 
-// Parts of a text, where the caller knows that it is long enough: substr would bring in the C++ runtime library.
-inline std::string_view text_before(std::string_view text, size_t end) {
-    return {text.data(), end};
-}
-inline std::string_view text_from(std::string_view text, size_t begin) {
-    return {text.data() + begin, text.size() - begin};
-}
-inline bool starts_with(std::string_view text, std::string_view begin) {
-    return text.size() >= begin.size() && text_before(text, begin.size()) == begin;
-}
-
 // Splicing: the printed skeleton of a path takes the value of `doc`. Neither text is changed. With `bare` zero the
 // value is the member of a one-member object, and the object's last character is cut. The complete document, or null;
 // released with zam_free.
