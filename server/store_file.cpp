@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright the zamc authors
+#include "store_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "diff_pairs.h"
+#include "store_copy.h"
+#include "store_error.h"
+#include "text.h"
+
+namespace zamd {
+namespace {
+
+constexpr mode_t new_file_mode = S_IRUSR | S_IWUSR;
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() { close(); }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    int get() const { return fd_; }
+    bool close() {
+        int fd = std::exchange(fd_, -1);
+        return fd < 0 || ::close(fd) == 0;
+    }
+
+private:
+    int fd_;
+};
+
+// Unlinks the temporary file unless it got its final name.
+class TemporaryName {
+public:
+    explicit TemporaryName(std::string path) : path_(std::move(path)) {}
+    ~TemporaryName() {
+        if (!path_.empty()) ::unlink(path_.c_str());
+    }
+    TemporaryName(const TemporaryName &) = delete;
+    TemporaryName &operator=(const TemporaryName &) = delete;
+    void release() { path_.clear(); }
+
+private:
+    std::string path_;
+};
+
+Error _system_error(const std::string &path, const char *what) {
+    return refusal("operation-failed", path + ": " + what + ": " + std::strerror(errno));
+}
+
+bool _ends_with(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+Format _format(std::string_view path, std::string_view text) {
+    if (_ends_with(path, ".xml")) return Format::xml;
+    if (_ends_with(path, ".json")) return Format::json;
+    text = trim(text);
+    return !text.empty() && text[0] == '<' ? Format::xml : Format::json;
+}
+
+std::string _directory(const std::string &path) {
+    std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string _resolved(const std::string &path) {
+    std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
+    return real ? real.get() : path;
+}
+
+Result<Tree> _parse(const ly_ctx *ctx, const std::string &path, const std::string &text, Format format) {
+    if (trim(text).empty()) return Tree();
+    auto checked = format == Format::json ? json_check(trim(text)) : xml_check(text);
+    if (!checked) return refusal("operation-failed", path + ": " + checked.error().message);
+    LibyangErrors errors(ctx);
+    std::string joined = format == Format::json ? json_join_surrogates(text) : text;
+    lyd_node *root = nullptr;
+    LY_ERR result =
+        lyd_parse_data_mem(ctx, joined.c_str(), static_cast<LYD_FORMAT>(format), LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,
+                           LYD_VALIDATE_PRESENT | LYD_VALIDATE_NO_STATE, &root);
+    Tree tree(root);
+    if (result != LY_SUCCESS) return refusal("operation-failed", path + ": " + errors.take_line());
+    drop_bare_defaults(tree);
+    return tree;
+}
+
+bool _write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        ssize_t written = ::write(fd, text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// The new file takes after the one that it replaces.
+bool _take_after(int fd, const std::string &path) {
+    struct stat old;
+    if (::stat(path.c_str(), &old) != 0) return ::fchmod(fd, new_file_mode) == 0;
+    if (::fchown(fd, old.st_uid, old.st_gid) != 0 && errno != EPERM) return false;
+    return ::fchmod(fd, old.st_mode & 07777) == 0;
+}
+
+Result<void> _sync_directory(const std::string &path) {
+    std::string name = _directory(path);
+    Descriptor directory(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.get() < 0 || ::fsync(directory.get()) != 0)
+        return _system_error(name, "the directory cannot be synchronised");
+    return {};
+}
+
+} // namespace
+
+void drop_bare_defaults(Tree &tree) {
+    std::set<const lys_module *> in_use;
+    for (const lyd_node *node = tree.root; node; node = node->next) {
+        if (is_explicit(node)) in_use.insert(node->schema->module);
+    }
+    for (lyd_node *node = tree.root, *next; node; node = next) {
+        next = node->next;
+        if (in_use.contains(node->schema->module)) continue;
+        detach(tree, node);
+        lyd_free_tree(node);
+    }
+}
+
+Result<Tree> load_file(const ly_ctx *ctx, const std::string &path, bool may_be_missing, DatastoreFile &file) {
+    file.path = _resolved(path);
+    file.format = _format(path, "");
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) {
+        if (errno == ENOENT && may_be_missing) return Tree();
+        return _system_error(path, "cannot be read");
+    }
+    if (!S_ISREG(info.st_mode)) return refusal("operation-failed", path + ": is no regular file");
+    std::ifstream stream(path, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(stream), {}};
+    if (!stream.is_open() || stream.bad()) return _system_error(path, "cannot be read");
+    file.format = _format(path, text);
+    return _parse(ctx, path, text, file.format);
+}
+
+Result<void> save_file(const DatastoreFile &file, const Tree &tree) {
+    char *printed = nullptr;
+    LY_ERR result = lyd_print_mem(&printed, tree.root, static_cast<LYD_FORMAT>(file.format), LYD_PRINT_WITHSIBLINGS);
+    Text text(printed);
+    if (result != LY_SUCCESS) return refusal("operation-failed", file.path + ": the datastore could not be printed");
+
+    std::string name = file.path + ".XXXXXX";
+    Descriptor fd(::mkostemp(name.data(), O_CLOEXEC));
+    if (fd.get() < 0) return _system_error(name, "no temporary file can be made");
+    TemporaryName temporary(name);
+    bool written =
+        _write_all(fd.get(), text.view()) && _take_after(fd.get(), file.path) && ::fsync(fd.get()) == 0 && fd.close();
+    if (!written) return _system_error(name, "cannot be written");
+    if (::rename(name.c_str(), file.path.c_str()) != 0) return _system_error(file.path, "cannot be replaced");
+    temporary.release();
+    return _sync_directory(file.path);
+}
+
+} // namespace zamd
