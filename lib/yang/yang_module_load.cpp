@@ -90,7 +90,10 @@ bool _is_submodule(const char *text) {
 bool _is_loaded(const ly_ctx *ctx, const char *file_name) {
     const owned_text name{_get_module_name(file_name)};
     zam_log_printf(ZAM_LOG_DEBUG, "[_load_files] module_name : %s start\n", _shown(name.get()));
-    if (zam_ly_ctx_get_module(ctx, name.get()) == nullptr) return false;
+    lys_module *const module = zam_ly_ctx_get_module(ctx, name.get());
+    if (module == nullptr) return false;
+    // Not compiled yet: an import of this pass brought it in, without the features that its turn would have enabled.
+    if (module->compiled == nullptr) zam_lys_set_implemented(module, all_features);
     zam_log_printf(ZAM_LOG_DEBUG, "[_load_files] module_name : %s is loaded\n", _shown(name.get()));
     return true;
 }
