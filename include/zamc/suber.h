@@ -25,7 +25,9 @@ enum zamc_sub_type {
 /**
  * What of a config-change subscription is wanted, and in a handler's mask what happened. In a subscription, no
  * operation bit means the client's default operations, no scene bit its default scenes (attributes 6 and 7). A
- * handler's mask carries #ZAMC_SCENE_CFGR for a replay.
+ * handler's mask carries #ZAMC_SCENE_CFGR for a replay. The reference server asks about a change in the normal scene only
+ * those who name that scene; who agreed to a change that is taken back is told so, and who asked for a replay gets it,
+ * whatever the mask.
  */
 enum zamc_filter_mask {
     ZAMC_CONFIG_CREATE = 0x1,

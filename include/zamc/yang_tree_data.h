@@ -108,7 +108,7 @@ struct lyd_node *zam_lyd_new_yangdata(const struct lys_module *module, const cha
  *   is created as if it had one and has none afterwards.
  *
  * `value` is a NUL-terminated text; of `value_length`, in bytes, only zero or not counts. Null when `schema` is null,
- * libyang refuses, or (without a line of its own) memory is short.
+ * `parent` is of a kind without children, libyang refuses, or (without a line of its own) memory is short.
  */
 struct lyd_node *zam_lyd_node_lightweight_new(const struct lysc_node *schema, struct lyd_node *parent,
                                               const char *value, uint32_t value_length);

@@ -115,9 +115,10 @@ int snprintf_s(char *dst, size_t size, size_t count, const char *format, ...) ZA
 int vsnprintf_s(char *dst, size_t size, size_t count, const char *format, va_list args) ZAM_PRINTF(4, 0);
 
 // Reads values from a text by a scanf format, in which each %s, %c and %[ takes two arguments: the destination and, as
-// a 32-bit unsigned number or anything as wide, its size in bytes. A text that does not fit is a failed conversion and
-// leaves an empty one. Returns the number of values assigned, -1 when the text ended before the first. Wide characters,
-// the allocating "m" and numbered arguments are failed conversions.
+// a 32-bit unsigned number or anything as wide, its size in bytes. A text that does not fit, or whose destination lies
+// over the text that is read, is a failed conversion and leaves an empty one. Returns the number of values assigned, -1
+// when the text ended before the first. Wide characters, the allocating "m" and numbered arguments are failed
+// conversions.
 int vsscanf_s(const char *text, const char *format, va_list args);
 
 } // extern "C++"

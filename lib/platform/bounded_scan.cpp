@@ -111,6 +111,14 @@ size_t _match_text(const cursor &at, const directive &what) {
     return length;
 }
 
+// Whether a destination lies over the text that is being read: writing there could take its end away.
+bool _overlaps_text(const cursor &at, const char *dst, size_t needed) {
+    const auto text = reinterpret_cast<uintptr_t>(at.start);
+    const auto place = reinterpret_cast<uintptr_t>(dst);
+    const size_t whole = static_cast<size_t>(at.text - at.start) + strlen(at.text) + 1;
+    return place >= text ? place - text < whole : text - place < needed;
+}
+
 step _scan_text(cursor &at, const directive &what) {
     char *dst = what.suppressed ? nullptr : va_arg(at.args, char *);
     const size_t size = what.suppressed ? 0 : va_arg(at.args, uint32_t);
@@ -121,7 +129,7 @@ step _scan_text(cursor &at, const directive &what) {
     if (!what.suppressed) {
         // %c fills its destination to the last byte; the others end what they write.
         const size_t needed = what.conversion == 'c' ? length : length + 1;
-        if (!dst || needed > size) {
+        if (!dst || needed > size || _overlaps_text(at, dst, needed)) {
             zam::platform::refuse_text(dst, size, ERANGE);
             return step::no_match;
         }
