@@ -25,7 +25,8 @@
 namespace zamd {
 namespace {
 
-constexpr int most_hops = 8; // of dependencies that are followed when looking for a circle
+constexpr size_t most_expected = 1024; // clients that are away
+constexpr int most_hops = 8;           // of dependencies that are followed when looking for a circle
 
 void _notify(Session &session, const char *operation) {
     const std::string name{operation};
@@ -94,7 +95,7 @@ void Activations::session_closed(const Session &session) {
     finished_.erase(session.id());
     if (!session.registered()) return;
     const Profile &profile = session.profile();
-    if (profile.deadline.count() > 0) {
+    if (profile.deadline.count() > 0 && expected_back_.size() < most_expected) {
         Timers::Id &timer = expected_back_[profile.name];
         server_.timers().cancel(timer);
         timer = server_.timers().after(profile.deadline, [this, name = profile.name] { give_up_on(name); });

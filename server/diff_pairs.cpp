@@ -4,6 +4,8 @@
 
 #include <unordered_set>
 
+#include "tree.h"
+
 namespace zamd {
 void mark_children(lyd_node *parent) {
     if (!parent || has_mark(parent, Mark::here)) return;
@@ -13,6 +15,13 @@ void mark_children(lyd_node *parent) {
         known = has_mark(above, Mark::here) || has_mark(above, Mark::below);
         set_mark(above, Mark::below);
     }
+}
+
+void mark_whole(lyd_node *node) {
+    if (!(node->schema->nodetype & (LYS_CONTAINER | LYS_LIST))) return;
+    set_mark(node, Mark::here);
+    for (lyd_node *child = lyd_child(node); child; child = child->next)
+        mark_whole(child);
 }
 
 void clear_marks(lyd_node *first) {
@@ -30,7 +39,14 @@ bool is_same_instance(const lyd_node *one, const lyd_node *other) {
 }
 
 bool is_same_value(const lyd_node *one, const lyd_node *other) {
-    return lyd_compare_single(one, other, 0) == LY_SUCCESS;
+    if (one->schema->nodetype & LYD_NODE_TERM) return lyd_compare_single(one, other, 0) == LY_SUCCESS;
+    // libyang takes anydata for equal whose unknown members differ.
+    auto print = [](const lyd_node *node) {
+        char *text = nullptr;
+        lyd_print_mem(&text, node, LYD_JSON, LYD_PRINT_SHRINK);
+        return Text(text);
+    };
+    return print(one).view() == print(other).view();
 }
 
 lyd_node *SiblingFinder::find(const lyd_node *like) {

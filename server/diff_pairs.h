@@ -34,6 +34,8 @@ inline void set_mark(lyd_node *node, Mark mark) {
 
 // The children of `parent` (null: the top level) are no longer what they were.
 void mark_children(lyd_node *parent);
+// A node that was just put in may stand where another of its name stood: everything in it is to be compared.
+void mark_whole(lyd_node *node);
 // Takes back all marks at and below these siblings.
 void clear_marks(lyd_node *first);
 

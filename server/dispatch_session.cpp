@@ -19,6 +19,10 @@ namespace {
 // Each costs a look at every change, so a client may not have any number of them.
 constexpr size_t most_subscriptions = 4096;
 
+// Names go into messages to others, and dependencies are looked up at each arrival and departure.
+constexpr size_t longest_name = 255;
+constexpr size_t most_dependencies = 64;
+
 constexpr std::string_view terminal_stream = "APPINFO";
 
 template <class Number>
@@ -82,6 +86,10 @@ Dispatch::Outcome Dispatch::serve_register(const Request &request) {
         profile.api_version = attribute.leaf("api-version", "v2");
         profile.dependent_clients = _words(attribute.leaf("dependent-clients"));
     }
+    if (profile.name.size() > longest_name || profile.dependent_clients.size() > most_dependencies)
+        return bad_request("invalid-value", "A name has " + std::to_string(longest_name) +
+                                                " bytes at the most, and a client " +
+                                                std::to_string(most_dependencies) + " dependencies.");
     Session &session = request.session;
     const bool again = session.registered();
     session.set_profile(std::move(profile));

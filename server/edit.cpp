@@ -165,11 +165,12 @@ private:
     // level takes away what the content does not hold.
     Result<void> _edit_level(lyd_node *parent, const lysc_node *only, Operation operation, bool whole) {
         lyd_node *first = content_.first();
+        if (auto done = _delete_all_unvalued(first, parent, operation); !done) return done;
         if (operation == Operation::replace && whole) _prune(parent, first, only);
         Sequences sequences;
         for (lyd_node *node = first, *next; node; node = next) {
             next = node->next;
-            if (only && node->schema && node->schema != only) continue;
+            if (only && node->schema != only) continue;
             auto edited = _edit(node, parent, operation, sequences);
             if (!edited) return edited;
         }
@@ -186,7 +187,6 @@ private:
     Result<void> _edit(lyd_node *node, lyd_node *parent, Operation inherited, Sequences &sequences) {
         auto operation = _operation(node, inherited);
         if (!operation) return std::move(operation).error();
-        if (!node->schema) return _delete_unvalued(node, parent, *operation);
         lyd_node *existing = _find(parent, node);
         if (_is_deletion(*operation)) {
             if (_is_key(node))
@@ -206,6 +206,21 @@ private:
         if (is_user_ordered(*result) && *operation == Operation::replace)
             sequences[(*result)->schema].push_back(*result);
         return insert.empty() ? Result<void>() : _place_entry(*result, parent, insert, anchor);
+    }
+
+    // Deletions that give no value go first and out of the content: libyang cannot search among opaque nodes.
+    Result<void> _delete_all_unvalued(lyd_node *&first, lyd_node *parent, Operation inherited) {
+        for (lyd_node *node = first, *next; node; node = next) {
+            next = node->next;
+            if (node->schema) continue;
+            if (node == first) first = next;
+            detach(content_.tree, node);
+            Node owner(node);
+            auto operation = _operation(node, inherited);
+            if (!operation) return std::move(operation).error();
+            if (auto deleted = _delete_unvalued(node, parent, *operation); !deleted) return deleted;
+        }
+        return {};
     }
 
     // A deletion that gives no value: the node of that name, or all entries of that list.
@@ -256,9 +271,11 @@ private:
     }
 
     Result<void> _change_inside(lyd_node *node, lyd_node *existing, Operation operation) {
-        if (operation == Operation::replace) _prune(existing, lyd_child(node), nullptr);
+        lyd_node *first = lyd_child(node);
+        if (auto done = _delete_all_unvalued(first, existing, operation); !done) return done;
+        if (operation == Operation::replace) _prune(existing, first, nullptr);
         Sequences sequences;
-        for (lyd_node *child = lyd_child(node), *next; child; child = next) {
+        for (lyd_node *child = first, *next; child; child = next) {
             next = child->next;
             if (_is_key(child) && !child->meta) continue;
             auto edited = _edit(child, existing, operation, sequences);
@@ -304,6 +321,7 @@ private:
         detach(content_.tree, node);
         mark_children(parent);
         bool done = parent ? lyd_insert_child(parent, node) == LY_SUCCESS : top_level_.insert(node);
+        if (done && !removed_.empty()) mark_whole(node);
         if (done) return node;
         lyd_free_tree(node);
         return _no_memory();
@@ -335,20 +353,19 @@ private:
             lyd_node *previous = nullptr;
             for (lyd_node *node : nodes) {
                 if (removed_.contains(node)) continue;
-                if (auto moved = _move_behind(parent, node, previous); !moved) return moved;
+                if (auto moved = _move_behind(parent, node, previous); !moved) return std::move(moved).error();
                 previous = node;
             }
         }
         return {};
     }
 
-    Result<void> _move_behind(lyd_node *parent, lyd_node *node, lyd_node *previous) {
+    Result<bool> _move_behind(lyd_node *parent, lyd_node *node, lyd_node *previous) {
         auto moved = move_entry(target_, node, previous);
-        if (!moved) return std::move(moved).error();
-        if (!*moved) return {};
+        if (!moved || !*moved) return moved;
         mark_children(parent);
         top_level_.forget();
-        return {};
+        return true;
     }
 
     static void _read_insert(const lyd_node *node, std::string &insert, std::string &anchor) {
@@ -375,8 +392,9 @@ private:
             bool begins = !named->prev->next || named->prev->schema != named->schema;
             previous = insert == "after" ? named : begins ? nullptr : named->prev;
         }
-        if (auto moved = _move_behind(parent, node, previous); !moved) return moved;
-        set_mark(node, Mark::moved);
+        auto moved = _move_behind(parent, node, previous);
+        if (!moved) return std::move(moved).error();
+        if (*moved) set_mark(node, Mark::moved);
         return {};
     }
 

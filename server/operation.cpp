@@ -86,19 +86,23 @@ void Operations::call(const Caller &caller, Tree tree, lyd_node *operation) {
     const Result<Place> place = server_.store().place(instance);
     if (!place) return server_.reply_error(caller, place.error());
     const std::string path = place->schema_path();
+    const std::string target = place->data_path();
     SubscriptionPtr subscription;
     Session *provider = find_provider(path, *place, subscription);
     if (provider == nullptr)
         return server_.reply_error(
-            caller, bad_request("operation-not-supported", "No client provides the operation " + path + ".", instance));
+            caller, bad_request("operation-not-supported", "No client provides the operation " + path + ".", target));
     if (provider->id() == caller.session && provider->owes_answer())
         return server_.reply_error(caller, refusal("in-use", "This client provides " + path +
                                                                  " itself and cannot be asked for it from inside one "
                                                                  "of its handlers."));
+    if (provider->overloaded())
+        return server_.reply_error(caller, refusal("resource-denied", "Client '" + provider->profile().name +
+                                                                          "' has too much to answer already."));
     PublishText text;
     text.type = SubType::operation;
     text.from_session = caller.session;
-    text.target = instance;
+    text.target = target;
     text.subscription = subscription.get();
     text.format = format_of(provider->profile().encode);
     const std::string content = _print_children(operation, text.format);

@@ -85,6 +85,7 @@ std::variant<Options, int> parse_options(int argc, char **argv) {
         return _bad(_one_line(error.what()));
     }
     if (options.save && options.startup.empty()) return _bad("--save needs --startup, the file to write to");
+    if (!std::isfinite(raw.answer_timeout)) return _bad("--publish-timeout: not a number of seconds");
     options.limits.frame = static_cast<uint32_t>(raw.frame_limit);
     options.limits.output = raw.output_limit;
     options.limits.answer = std::chrono::milliseconds{std::llround(raw.answer_timeout * 1000)};

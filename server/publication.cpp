@@ -154,7 +154,7 @@ void Round::ask(Session &session, Lane &lane, Publication &publication) {
     text.more = publication.more;
     text.format = format_of(session.profile().encode);
     publication.state = scene_ == Scene::rollback ? Publication::State::undone : Publication::State::asked;
-    lane.asked.push_back(&publication);
+    lane.asked.insert(&publication);
     // A client that waits for the reply to a push of its own does not answer before it has it.
     server_.publications().refuse_waiting(
         session.id(), refusal("in-use", "Another change waits for this client's answer; push again after it."));
@@ -170,8 +170,9 @@ void Round::restart_limit(uint32_t id, Lane &lane) {
 void Round::answered(Publication &publication, const Answer &answer) {
     if (answer.kind == Answer::Kind::lost) return fail(publication.session, Answer::Kind::lost);
     const auto found = lanes_.find(publication.session);
+    if (found == lanes_.end()) return;
     Lane &lane = found->second;
-    std::erase(lane.asked, &publication);
+    lane.asked.erase(&publication);
     if (lane.asked.empty() && lane.unsent.empty()) {
         server_.timers().cancel(lane.limit);
         lanes_.erase(found);
@@ -190,7 +191,7 @@ void Round::fail(uint32_t id, Answer::Kind kind) {
     Lane lane = std::move(found->second);
     lanes_.erase(found);
     leave(id, lane);
-    Publication &first = lane.asked.empty() ? *lane.unsent.front() : *lane.asked.front();
+    Publication &first = lane.asked.empty() ? *lane.unsent.front() : **lane.asked.begin();
     const Handler handler = handler_;
     handler(first, {kind, {}, {}, ZAM_ENCODE_JSON, {}}, lanes_.empty());
 }

@@ -7,6 +7,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,10 +42,11 @@ struct PublishText {
 struct Publication {
     enum class State {
         waiting, // not sent
+        told,    // sent, its answer does not matter
         asked,   // sent, not answered
         agreed,
         refused, // or not answered in time, or the connection is gone
-        undone   // agreed, or not known, and told of the rollback
+        undone   // told of the rollback
     };
 
     uint32_t session = 0;
@@ -86,7 +88,7 @@ public:
 private:
     struct Lane {
         std::deque<Publication *> unsent;
-        std::vector<Publication *> asked;
+        std::set<Publication *> asked; // in the order of their list
         Timers::Id limit = 0;
     };
 

@@ -17,12 +17,16 @@
 // have acted already; but nothing waits for them, nor for one that has let its
 // time run out once.
 //
+// The pusher's own subscriptions are told but not asked: it may be waiting for the
+// reply to this very push before it handles anything, and it wants the change.
+//
 // What a subscriber agreed to is undone whatever its filter mask holds: it has
 // acted on it.
 #include "publication_push.h"
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <utility>
 
 #include <zamc/logger.h>
@@ -36,12 +40,11 @@ namespace {
 
 using State = Publication::State;
 
-// `more` says whether the same subscriber hears more of the same subscription.
+// `more` says whether the same subscription has more to tell.
 void _mark_more(const std::vector<Publication *> &publications) {
-    for (size_t i = 0; i < publications.size(); i++)
-        publications[i]->more =
-            std::any_of(publications.begin() + static_cast<std::ptrdiff_t>(i) + 1, publications.end(),
-                        [&](const Publication *later) { return later->subscription == publications[i]->subscription; });
+    std::set<const Subscription *> later;
+    for (auto publication = publications.rbegin(); publication != publications.rend(); ++publication)
+        (*publication)->more = !later.insert((*publication)->subscription.get()).second;
 }
 
 } // namespace
@@ -108,13 +111,40 @@ PushTransaction::Phase PushTransaction::publish() {
     for (Publication &publication : publications_) {
         if (publication.state != State::waiting || !publication.subscription->active()) continue;
         if (!group.empty() && publication.subscription->priority != group.front()->subscription->priority) break;
-        group.push_back(&publication);
+        if (publication.session == caller_.session)
+            tell(publication, Scene::normal);
+        else
+            group.push_back(&publication);
     }
     if (group.empty()) return Phase::committing;
+    for (const Publication *publication : group)
+        parts_[publication->session] = Part::forward;
     round_.run(
         group, Scene::normal, caller_.session,
         [this](Publication &publication, const Answer &answer, bool last) { on_verdict(publication, answer, last); });
     return Phase::publishing;
+}
+
+// Sends a publication that nothing waits for.
+void PushTransaction::tell(Publication &publication, Scene scene) {
+    const bool undoing = scene == Scene::rollback;
+    publication.state = undoing ? State::undone : State::told;
+    parts_[publication.session] = undoing ? Part::back : Part::forward;
+    Session *session = server_.session(publication.session);
+    if (session == nullptr) return;
+    const SubscriptionPtr subscription = publication.subscription;
+    subscription->consistent = false; // until it says that it agrees
+    PublishText text;
+    text.from_session = caller_.session;
+    text.scene = scene;
+    text.target = publication.target;
+    text.subscription = subscription.get();
+    text.what = undoing ? inverse(publication.what) : publication.what;
+    text.more = publication.more;
+    text.format = format_of(session->profile().encode);
+    session->ask(text.print(), caller_.session, [subscription](const Answer &answer) {
+        subscription->consistent = answer.kind == Answer::Kind::agreed || answer.kind == Answer::Kind::output;
+    });
 }
 
 void PushTransaction::on_verdict(Publication &publication, const Answer &answer, bool last) {
@@ -127,6 +157,7 @@ void PushTransaction::on_verdict(Publication &publication, const Answer &answer,
     // Who refuses has not acted; what the others did, nobody knows.
     if (answer.kind != Answer::Kind::refused) publication.subscription->consistent = false;
     publication.state = State::refused;
+    parts_.erase(publication.session);
     failure_ = answer_failure(server_.name_of(publication.session), "the change of " + publication.target, answer,
                               server_.limits().answer);
     failure_->path = publication.target;
@@ -141,28 +172,12 @@ void PushTransaction::undo_unawaited(uint32_t silent_session) {
     std::vector<Publication *> unawaited;
     for (auto publication = publications_.rbegin(); publication != publications_.rend(); ++publication) {
         const bool silent = publication->session == silent_session && publication->state == State::agreed;
-        if (silent || publication->state == State::asked) unawaited.push_back(&*publication);
+        if (silent || publication->state == State::asked || publication->state == State::told)
+            unawaited.push_back(&*publication);
     }
     _mark_more(unawaited);
-    for (Publication *publication : unawaited) {
-        const SubscriptionPtr subscription = publication->subscription;
-        subscription->consistent = false;
-        publication->state = State::undone;
-        Session *session = server_.session(publication->session);
-        if (session == nullptr) continue;
-        PublishText text{SubType::config_change,
-                         caller_.session,
-                         Scene::rollback,
-                         publication->target,
-                         subscription.get(),
-                         inverse(publication->what),
-                         publication->more,
-                         {},
-                         format_of(session->profile().encode)};
-        session->ask(text.print(), caller_.session, [subscription](const Answer &answer) {
-            subscription->consistent = answer.kind == Answer::Kind::agreed;
-        });
-    }
+    for (Publication *publication : unawaited)
+        tell(*publication, Scene::rollback);
 }
 
 PushTransaction::Phase PushTransaction::roll_back() {
@@ -219,15 +234,11 @@ PushTransaction::Phase PushTransaction::settle() {
 }
 
 std::optional<Standing> PushTransaction::standing(uint32_t session) const {
-    std::optional<Standing> standing;
-    for (const Publication &publication : publications_) {
-        if (publication.session != session) continue;
-        // Once a session hears of the rollback, the candidate is what it comes from.
-        if (publication.state == State::undone) return Standing{View::committed, View::candidate, &change_->inverse()};
-        if (publication.state == State::asked || publication.state == State::agreed)
-            standing = Standing{View::candidate, View::committed, &change_->forward()};
-    }
-    return standing;
+    const auto part = parts_.find(session);
+    if (part == parts_.end()) return std::nullopt;
+    // Once a session hears of the rollback, the candidate is what it comes from.
+    if (part->second == Part::back) return Standing{View::committed, View::candidate, &change_->inverse()};
+    return Standing{View::candidate, View::committed, &change_->forward()};
 }
 
 } // namespace zamd

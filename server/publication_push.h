@@ -3,6 +3,7 @@
 #ifndef ZAMD_PUBLICATION_PUSH_H
 #define ZAMD_PUBLICATION_PUSH_H
 
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -22,10 +23,12 @@ public:
     uint32_t pusher() const override { return caller_.session; }
     std::optional<Standing> standing(uint32_t session) const override;
     bool waits_for(uint32_t session) const override { return round_.waits_for(session); }
+    size_t size() const override { return request_.content.size(); }
     void refuse(const Error &error) override;
 
 private:
     enum class Phase { preparing, publishing, committing, rolling_back, settled };
+    enum class Part { forward, back }; // what a session that was told of the change is asked to do
     using Step = Phase (PushTransaction::*)();
 
     void go(Phase phase);
@@ -38,6 +41,7 @@ private:
     void collect();
     void on_verdict(Publication &publication, const Answer &answer, bool last);
     void on_undone(Publication &publication, const Answer &answer, bool last);
+    void tell(Publication &publication, Scene scene);
     void undo_unawaited(uint32_t silent_session);
 
     Server &server_;
@@ -46,6 +50,7 @@ private:
     Phase phase_ = Phase::preparing;
     std::optional<Change> change_;
     std::vector<Publication> publications_; // in the order of priority
+    std::map<uint32_t, Part> parts_;        // by session
     std::optional<Error> failure_;
     Round round_;
 };

@@ -13,22 +13,36 @@ namespace {
 // A handler that asks for something whose handler asks for something, and so on: deeper chains run into time limits.
 constexpr int most_hops = 8;
 
+constexpr size_t most_waiting = 256; // pushes of one session; their contents together fit into one frame
+
 } // namespace
 
 void PublicationQueue::submit(std::unique_ptr<Transaction> transaction) {
+    if (is_full_for(*transaction))
+        return transaction->refuse(refusal("resource-denied", "Too many changes of this client wait already."));
     waiting_.push_back(std::move(transaction));
     if (!running_) advance();
 }
 
-bool PublicationQueue::advance() {
-    if (running_ && !running_->is_done()) return false;
-    if (!running_ && waiting_.empty()) return false;
+bool PublicationQueue::is_full_for(const Transaction &transaction) const {
+    if (transaction.pusher() == 0) return false;
+    size_t count = 0;
+    size_t bytes = transaction.size();
+    for (const auto &waiting : waiting_) {
+        if (waiting->pusher() != transaction.pusher()) continue;
+        count++;
+        bytes += waiting->size();
+    }
+    return count >= most_waiting || (count > 0 && bytes > server_.limits().frame);
+}
+
+void PublicationQueue::advance() {
+    if (!can_advance()) return;
     running_.reset();
-    if (waiting_.empty()) return true;
+    if (waiting_.empty()) return;
     running_ = std::move(waiting_.front());
     waiting_.pop_front();
     running_->start();
-    return true;
 }
 
 Standing PublicationQueue::standing(uint32_t session) const {

@@ -33,7 +33,9 @@ public:
     virtual std::optional<Standing> standing(uint32_t session) const = 0;
     // An answer of this session is needed to go on.
     virtual bool waits_for(uint32_t session) const = 0;
-    // Taken out of the queue before it started.
+    // Bytes that it holds while it waits.
+    virtual size_t size() const = 0;
+    // Taken out of the queue before it started, or never let in.
     virtual void refuse(const Error &error) = 0;
 
     bool is_done() const { return done_; }
@@ -50,9 +52,11 @@ class PublicationQueue {
 public:
     explicit PublicationQueue(Server &server) : server_(server) {}
 
+    // A session that has too much in the queue is refused.
     void submit(std::unique_ptr<Transaction> transaction);
-    // Goes on to the next transaction; false when there was nothing to do.
-    bool advance();
+    // Goes on to the next transaction, when there is one and none is under way.
+    void advance();
+    bool can_advance() const { return running_ ? running_->is_done() : !waiting_.empty(); }
 
     // Where the session stands in the running transaction; committed data for everyone who takes no part.
     Standing standing(uint32_t session) const;
@@ -64,6 +68,7 @@ public:
 
 private:
     bool holds_up(uint32_t session, int hops) const;
+    bool is_full_for(const Transaction &transaction) const;
 
     Server &server_;
     std::unique_ptr<Transaction> running_;

@@ -22,6 +22,7 @@ public:
     uint32_t pusher() const override { return 0; }
     std::optional<Standing> standing(uint32_t session) const override;
     bool waits_for(uint32_t session) const override { return round_.waits_for(session); }
+    size_t size() const override { return 0; }
     void refuse(const Error &) override {}
 
 private:

@@ -25,6 +25,10 @@ void Queries::pull(const Caller &caller, Selection selection) {
                                         "This client provides " + subscription->target +
                                             " itself and cannot be asked for it from inside one of its handlers.",
                                         subscription->target));
+            if (provider->overloaded())
+                return fail(id, refusal("resource-denied",
+                                        "Client '" + provider->profile().name + "' has too much to answer already.",
+                                        subscription->target));
             ask(id, query, *provider, *subscription);
         }
     }

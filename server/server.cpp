@@ -18,6 +18,11 @@
 #include "log.h"
 
 namespace zamd {
+namespace {
+
+constexpr int wakes_before_busy = 64;
+
+} // namespace
 
 Server::Server(ly_ctx *ctx, Store &store, const Limits &limits)
     : ctx_(ctx), store_(store), limits_(limits), proactor_(zam_proactor_new()) {}
@@ -54,20 +59,27 @@ Result<void> Server::run() {
 }
 
 void Server::round() {
-    zam_proactor_wait(proactor(), ready_.empty() ? timers_.wait_ms() : 0);
+    if (ready_.empty() && !publications_.can_advance()) {
+        zam_proactor_wait(proactor(), timers_.wait_ms());
+    } else {
+        // Who has been waiting comes before the next share of those who are busy.
+        for (int i = 0; i < wakes_before_busy && zam_proactor_wait(proactor(), 0) != nullptr; i++) {
+        }
+    }
     for (const uint32_t id : std::exchange(ready_, {}))
         if (Session *ready = session(id); ready != nullptr) ready->turn();
     timers_.run_due();
     settle();
 }
 
+// What is left of the transactions when their share is spent waits for the next round.
 void Server::settle() {
-    bool more;
+    const Share share;
     do {
+        if (!share.spent()) publications_.advance();
         flush_sessions();
         bury_sessions();
-        more = publications_.advance();
-    } while (more || !unflushed_.empty() || !closed_.empty());
+    } while (!unflushed_.empty() || !closed_.empty() || (publications_.can_advance() && !share.spent()));
 }
 
 void Server::flush_sessions() {

@@ -15,7 +15,7 @@
 #include "session.h"
 
 #include <cinttypes>
-#include <cstring>
+#include <new>
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -30,9 +30,8 @@
 namespace zamd {
 namespace {
 
-// One share of work: enough to keep a busy peer's pipeline full, little enough that nobody notices the others' shares.
-constexpr size_t frames_per_turn = 64;
-constexpr size_t reads_per_turn = 8;
+// A peer that answers nothing must not make the server remember requests without end.
+constexpr size_t most_asked = 1U << 20;
 
 } // namespace
 
@@ -76,15 +75,23 @@ void Session::wake(uint32_t events) {
 }
 
 void Session::turn() {
-    size_t frames = frames_per_turn;
-    for (size_t reads = reads_per_turn; !closed_; reads--) {
-        if (!handle_buffered(frames)) break;
+    try {
+        work();
+    } catch (const std::bad_alloc &) {
+        close("there is not enough memory for what it asks");
+    }
+}
+
+void Session::work() {
+    const Share share;
+    while (!closed_) {
+        if (!handle_buffered(share)) break;
         if (ended_) {
             flush(); // it may have stopped sending and still read
             return close("the peer closed it");
         }
         if (!readable_) return;
-        if (reads == 0) break;
+        if (share.spent()) break;
         switch (input_.read_from(fd_.get())) {
         case InputBuffer::Fill::more: break;
         case InputBuffer::Fill::drained: readable_ = std::exchange(hung_up_, false); break;
@@ -96,11 +103,10 @@ void Session::turn() {
 }
 
 // False when the share is spent with frames left.
-bool Session::handle_buffered(size_t &budget) {
+bool Session::handle_buffered(const Share &share) {
     const Limits &limits = server_.limits();
-    while (!closed_) {
-        if (budget == 0) return false;
-        budget--;
+    for (bool first = true; !closed_; first = false) {
+        if (!first && share.spent()) return false;
         Frame frame;
         const InputBuffer::Peek found = input_.peek(frame, limits.frame);
         if (input_.dropped() > 0)
@@ -156,7 +162,12 @@ void Session::send(uint32_t type, uint32_t seq, uint32_t encoding, Payload paylo
     server_.flush_later(*this);
 }
 
+bool Session::overloaded() const {
+    return output_.bytes() > server_.limits().output / 2;
+}
+
 uint32_t Session::ask(std::string request, uint32_t cause, AnswerFn answer) {
+    if (asked_.size() >= most_asked) close("it answers nothing");
     while (next_seq_ == 0 || asked_.contains(next_seq_))
         next_seq_++;
     const uint32_t seq = next_seq_++;

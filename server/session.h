@@ -20,6 +20,7 @@
 
 #include "frame.h"
 #include "subscription.h"
+#include "timers.h"
 
 namespace zamd {
 
@@ -111,6 +112,8 @@ public:
     // On whose behalf the peer is working, in the order of asking; nobody's for what the server asks for itself.
     std::vector<uint32_t> causes() const;
 
+    // So much waits for it already that more could cost it its connection: nobody's request may do that.
+    bool overloaded() const;
     // How much waits for the peer, and a call for when that is nothing.
     size_t waiting_bytes() const { return output_.bytes(); }
     void when_drained(std::function<void()> action) { when_drained_ = std::move(action); }
@@ -131,7 +134,8 @@ private:
 
     static void on_wake(zam_proactor *proactor, void *arg, uint32_t events);
     void wake(uint32_t events);
-    bool handle_buffered(size_t &budget);
+    void work();
+    bool handle_buffered(const Share &share);
     void handle(const Frame &frame);
     void handle_reply(const Frame &frame);
     void watch_output(bool on);

@@ -57,11 +57,13 @@ void _mark_changes(const lyd_node *changes, lyd_node *parent, lyd_node *siblings
     for (const lyd_node *change = changes; change; change = change->next) {
         const lyd_meta *operation = lyd_find_meta(change->meta, nullptr, "yang:operation");
         std::string_view what = operation ? lyd_get_meta_value(operation) : "none";
-        lyd_node *node = what == "none" ? finder.find(change) : nullptr;
-        if (node)
+        lyd_node *node = finder.find(change);
+        if (node && what == "none") {
             _mark_changes(lyd_child(change), node, lyd_child(node));
-        else
-            mark_children(parent);
+            continue;
+        }
+        mark_children(parent);
+        if (node) mark_whole(node);
     }
 }
 

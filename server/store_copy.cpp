@@ -2,6 +2,10 @@
 // Copyright the zamc authors
 #include "store_copy.h"
 
+#include <cstring>
+
+#include <zamc/yang_module.h>
+
 #include "diff_pairs.h"
 
 namespace zamd {
@@ -124,9 +128,10 @@ Result<Tree> copy_branch(lyd_node *first, const Place &place, int32_t depth) {
 }
 
 Result<Text> print_siblings(const lyd_node *first, Format format, bool empty_too) {
+    if (!first) return Text(::strdup(format == Format::json ? "{}" : ""));
     char *text = nullptr;
-    uint32_t options = LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK | (empty_too ? LYD_PRINT_KEEPEMPTYCONT : 0);
-    LY_ERR result = lyd_print_mem(&text, first, static_cast<LYD_FORMAT>(format), options);
+    uint32_t options = LYD_PRINT_WITHSIBLINGS | (empty_too ? LYD_PRINT_KEEPEMPTYCONT : 0);
+    LY_ERR result = zam_lyd_print_mem(&text, first, static_cast<LYD_FORMAT>(format), options);
     Text owner(text);
     if (result != LY_SUCCESS) return refusal("operation-failed", "The data could not be printed.");
     return owner;

@@ -3,6 +3,7 @@
 #include "store_file.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
@@ -10,6 +11,8 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <zamc/yang_module.h>
 
 #include "diff_pairs.h"
 #include "store_copy.h"
@@ -24,19 +27,22 @@ constexpr mode_t new_file_mode = S_IRUSR | S_IWUSR;
 class Descriptor {
 public:
     explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() { close(); }
+    ~Descriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
 
     int get() const { return fd_; }
-    bool close() {
-        int fd = std::exchange(fd_, -1);
-        return fd < 0 || ::close(fd) == 0;
-    }
 
 private:
     int fd_;
 };
+
+struct StreamCloser {
+    void operator()(FILE *stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, StreamCloser>;
 
 // Unlinks the temporary file unless it got its final name.
 class TemporaryName {
@@ -94,14 +100,14 @@ Result<Tree> _parse(const ly_ctx *ctx, const std::string &path, const std::strin
     return tree;
 }
 
-bool _write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
+bool _write(FILE *stream, const DatastoreFile &file, const Tree &tree) {
+    bool printed = true;
+    if (tree)
+        printed = zam_lyd_print_file(stream, tree.root, static_cast<LYD_FORMAT>(file.format), LYD_PRINT_WITHSIBLINGS) ==
+                  LY_SUCCESS;
+    else if (file.format == Format::json)
+        std::fputs("{}\n", stream);
+    return std::fflush(stream) == 0 && printed;
 }
 
 // The new file takes after the one that it replaces.
@@ -152,18 +158,18 @@ Result<Tree> load_file(const ly_ctx *ctx, const std::string &path, bool may_be_m
 }
 
 Result<void> save_file(const DatastoreFile &file, const Tree &tree) {
-    char *printed = nullptr;
-    LY_ERR result = lyd_print_mem(&printed, tree.root, static_cast<LYD_FORMAT>(file.format), LYD_PRINT_WITHSIBLINGS);
-    Text text(printed);
-    if (result != LY_SUCCESS) return refusal("operation-failed", file.path + ": the datastore could not be printed");
-
     std::string name = file.path + ".XXXXXX";
-    Descriptor fd(::mkostemp(name.data(), O_CLOEXEC));
-    if (fd.get() < 0) return _system_error(name, "no temporary file can be made");
+    int fd = ::mkostemp(name.data(), O_CLOEXEC);
+    if (fd < 0) return _system_error(name, "no temporary file can be made");
     TemporaryName temporary(name);
-    bool written =
-        _write_all(fd.get(), text.view()) && _take_after(fd.get(), file.path) && ::fsync(fd.get()) == 0 && fd.close();
-    if (!written) return _system_error(name, "cannot be written");
+    Stream stream(::fdopen(fd, "w"));
+    if (!stream) {
+        ::close(fd);
+        return _system_error(name, "cannot be written");
+    }
+    if (!_write(stream.get(), file, tree) || !_take_after(fd, file.path) || ::fsync(fd) != 0)
+        return _system_error(name, "cannot be written");
+    if (std::fclose(stream.release()) != 0) return _system_error(name, "cannot be written");
     if (::rename(name.c_str(), file.path.c_str()) != 0) return _system_error(file.path, "cannot be replaced");
     temporary.release();
     return _sync_directory(file.path);

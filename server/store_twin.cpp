@@ -2,8 +2,8 @@
 // Copyright the zamc authors
 //
 // Following: one tree takes over what differs in the other, everything this time: defaults, flags, the order of
-// user-ordered lists. It costs the length of the touched child lists. A tree that cannot follow is given up and copied
-// anew when it is needed, so following never has to succeed.
+// entries. It costs the length of the touched child lists. A tree that cannot follow is given up and copied anew when
+// it is needed, so following never has to succeed.
 #include "store_twin.h"
 
 #include "diff_pairs.h"
@@ -68,18 +68,29 @@ private:
 
     bool _follow_order(lyd_node *parent, const std::vector<Pair> &pairs) {
         SiblingFinder finder(parent ? lyd_child(parent) : tree_.root);
-        const lyd_node *previous_model = nullptr;
         lyd_node *previous = nullptr;
         for (const Pair &pair : pairs) {
             const lyd_node *model = pair.after;
-            if (!model || !is_user_ordered(model)) continue;
-            if (previous_model && previous_model->schema != model->schema) previous = nullptr;
+            if (!model || !is_entry(model)) continue;
+            if (previous && previous->schema != model->schema) previous = nullptr;
             lyd_node *node = pair.before ? pair.before : finder.find(model);
-            if (!node || !move_entry(tree_, node, previous)) return false;
-            previous_model = model;
+            if (!node || !_put_behind(parent, node, previous)) return false;
             previous = node;
         }
         return true;
+    }
+
+    // libyang moves entries of user-ordered lists only. Another entry is put in again, which makes it the last; all
+    // that come after it follow in the same way.
+    bool _put_behind(lyd_node *parent, lyd_node *node, lyd_node *previous) {
+        if (is_user_ordered(node)) return bool(move_entry(tree_, node, previous));
+        bool first = !node->prev->next || node->prev->schema != node->schema;
+        if (previous ? previous->next == node : first) return true;
+        top_level_.forget();
+        detach(tree_, node);
+        if (parent ? lyd_insert_child(parent, node) == LY_SUCCESS : top_level_.insert(node)) return true;
+        lyd_free_tree(node);
+        return false;
     }
 
     Tree &tree_;

@@ -75,8 +75,8 @@ Piece _next_piece(std::string_view text, std::size_t at) {
     piece.end = end;
     std::string_view inside = text.substr(at + 1, end - at - 2);
     bool closes = !inside.empty() && inside.front() == '/';
-    bool empty = !inside.empty() && inside.back() == '/';
     if (closes) inside.remove_prefix(1);
+    bool empty = !inside.empty() && inside.back() == '/';
     if (empty) inside.remove_suffix(1);
     std::size_t name_end = 0;
     while (name_end < inside.size() && !_is_blank(inside[name_end]))

@@ -35,6 +35,15 @@ private:
     Id last_id_ = 0;
 };
 
+// How long one peer, or one kind of work, may keep the loop from the others.
+class Share {
+public:
+    bool spent() const { return Timers::Clock::now() >= end_; }
+
+private:
+    Timers::Clock::time_point end_ = Timers::Clock::now() + std::chrono::microseconds{250};
+};
+
 } // namespace zamd
 
 #endif

@@ -43,6 +43,7 @@ struct zam_connector {
     zam_connector_close_fn close_callback;
     uint8_t closed;
     uint8_t read_busy;
+    uint8_t receive_owed; // a receive event could not be queued
 };
 
 namespace {
@@ -62,12 +63,11 @@ void _push_close(zam_connector *connector) {
     zam_event_push(connector->proactor, EVENT_CONNECT_CLOSE, connector, nullptr);
 }
 
-// The owner looks at its input after every drained read. When the event cannot be queued the readiness has to come
-// again, or the input would lie there until the peer sends more.
+// The owner looks at its input after every drained read. When the event cannot be queued another wake has to bring it,
+// or the input would lie there until the peer sends more.
 void _push_receive(zam_connector *connector) {
-    if (zam_event_push(connector->proactor, EVENT_MESSAGE_RECV, connector, nullptr) != 0) {
-        zam_connector_wake_io(connector);
-    }
+    connector->receive_owed = zam_event_push(connector->proactor, EVENT_MESSAGE_RECV, connector, nullptr) != 0;
+    if (connector->receive_owed) zam_connector_wake_io(connector);
 }
 
 // One write, without the signal that a peer's close raises otherwise. Descriptors that are no sockets work as well.
@@ -168,7 +168,7 @@ void _wake_connector(zam_proactor *, void *arg, uint32_t events) {
     auto *connector = static_cast<zam_connector *>(arg);
     zam_log_printf(ZAM_LOG_DEBUG, "Connector %d is waked by event 0x%x.\n", connector->fd, events);
     if (connector->closed) return;
-    bool readable = (events & readable_events) != 0;
+    bool readable = (events & readable_events) != 0 || connector->receive_owed;
     bool writable = (events & EPOLLOUT) != 0;
     while (readable || writable) {
         if (readable) readable = _read_some(connector);

@@ -209,7 +209,10 @@ int32_t zam_module_init(void) {
 }
 
 int32_t zam_module_exit(void) {
-    return pthread_mutex_destroy(&file_map_lock);
+    const int result = pthread_mutex_destroy(&file_map_lock);
+    // A load that comes later finds the lock ready: a destroyed one refuses to be taken, and no import would be found.
+    if (result == 0) pthread_mutex_init(&file_map_lock, nullptr);
+    return result;
 }
 
 void zam_free_module_map(void) {

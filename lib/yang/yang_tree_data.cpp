@@ -225,7 +225,7 @@ lyd_node *zam_lyd_new_yangdata(const lys_module *module, const char *yang_data_n
 
 lyd_node *zam_lyd_node_lightweight_new(const lysc_node *schema, lyd_node *parent, const char *value,
                                        uint32_t value_length) {
-    if (!schema) return nullptr;
+    if (!schema || (parent && !child_slot(parent))) return nullptr;
     if (schema->nodetype & (LYS_LEAF | LYS_LEAFLIST))
         return _lyd_node_lightweight_new(schema, parent, value, value_length);
     return _new_lightweight(schema, parent);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include <zamc/attributes.h>
 #include <zamc/logger.h>
 
 namespace zam::test {
@@ -21,6 +22,7 @@ bool capturing = false;
 
 // The configuration can switch an output in but not out again, so this one stays installed and drops lines between
 // tests.
+int capture(int level, const char *format, ...) ZAM_PRINTF(2, 3);
 int capture(int level, const char *format, ...) {
     std::array<char, 2048> text{};
     va_list args;
