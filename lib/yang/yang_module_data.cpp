@@ -11,6 +11,7 @@
 #include <zamc/mem.h>
 
 #include "runtime/mem_internal.h"
+#include "yang/yang_internal.h"
 #include "yang/yang_module_internal.h"
 
 using namespace zam::yang;
@@ -110,10 +111,10 @@ LY_ERR zam_lyd_print_file(FILE *stream, const struct lyd_node *tree, LYD_FORMAT 
 struct lyd_node *zam_lyd_new_opaq(struct lyd_node *parent, const struct ly_ctx *ctx, const char *name,
                                   const char *value, const char *module_name) {
     lyd_node *node = nullptr;
-    // Without a module libyang asks the parent for its own, and an opaque parent has none.
-    const LY_ERR result = module_name != nullptr || !_is_opaque(parent)
-                              ? lyd_new_opaq(parent, ctx, name, value, nullptr, module_name, &node)
-                              : LY_EINVAL;
+    // Without a module libyang asks the parent for its own, and an opaque parent has none. Under a node that holds no
+    // children it would write the child over the parent's value.
+    const bool refused = (module_name == nullptr && _is_opaque(parent)) || (parent && !child_slot(parent));
+    const LY_ERR result = refused ? LY_EINVAL : lyd_new_opaq(parent, ctx, name, value, nullptr, module_name, &node);
     if (result == LY_SUCCESS) return node;
     zam_log_printf(ZAM_LOG_WRONG, "[libyang]New opaq unsuccessful, name : %s, value : %s, module : %s, ret : %u\n",
                    _shown(name), _shown(value), _shown(module_name), result);
