@@ -24,13 +24,17 @@ if(ZAMC_SANITIZE)
     target_compile_options(zamc_compile INTERFACE -fsanitize=${ZAMC_SANITIZE} -fno-sanitize-recover=all
                                                   -fno-omit-frame-pointer)
     target_link_options(zamc_compile INTERFACE -fsanitize=${ZAMC_SANITIZE})
-elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_compile_options(zamc_compile INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+
+# What is shipped is hardened as well; tests are built without optimisation, which fortified headers do not take.
+add_library(zamc_harden INTERFACE)
+if(NOT ZAMC_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(zamc_harden INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 
 # The library itself does without exceptions, RTTI and the C++ runtime library.
 add_library(zamc_library_compile INTERFACE)
-target_link_libraries(zamc_library_compile INTERFACE zamc_compile PkgConfig::LIBYANG)
+target_link_libraries(zamc_library_compile INTERFACE zamc_compile zamc_harden PkgConfig::LIBYANG)
 target_include_directories(zamc_library_compile INTERFACE ${PROJECT_SOURCE_DIR}/lib)
 target_compile_options(zamc_library_compile INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>

@@ -17,7 +17,8 @@ constexpr char footer[] = "Exit codes: 0 done, 1 refused, 2 usage, 3 server unre
 
 void add_common(CLI::App &command, Options &options) {
     command.add_option("--server", options.server, "URL of the server")->envname("ZAMD_SERVER")->capture_default_str();
-    command.add_option("--modules", options.modules, "Folder of YANG modules to load as well (repeatable)");
+    command.add_option("--modules", options.modules, "Folder of YANG modules to load as well (repeatable)")
+        ->allow_extra_args(false); // the path that follows is none
     command.add_option("--timeout", options.timeout_s, "Seconds to wait for an answer")
         ->check(CLI::Range(1, 86400))
         ->capture_default_str();
