@@ -30,9 +30,11 @@ const char *_annotation(const lyd_node *node, const char *module, const char *na
     return nullptr;
 }
 
-const char *_attribute(const lyd_node *node, const char *name) {
-    for (const lyd_attr *attr = reinterpret_cast<const lyd_node_opaq *>(node)->attr; attr; attr = attr->next) {
-        if (std::strcmp(attr->name.name, name) == 0) return attr->value;
+// The operation that an opaque node states.
+const char *_stated_operation(const lyd_node_opaq &opaque) {
+    if (const char *sign = std::strchr(opaque.name.name, whole_list_sign)) return sign + 1;
+    for (const lyd_attr *attr = opaque.attr; attr; attr = attr->next) {
+        if (std::strcmp(attr->name.name, "operation") == 0) return attr->value;
     }
     return nullptr;
 }
@@ -65,6 +67,10 @@ Error _missing(const std::string &path) {
     return refusal("data-missing", "\"" + shown(path) + "\" does not exist.", path);
 }
 
+Error _key_stays(const std::string &path) {
+    return bad_request("operation-not-supported", "A key goes with its entry and cannot be deleted alone.", path);
+}
+
 class Editor {
 public:
     Editor(const ly_ctx *ctx, Tree &target, Content &content)
@@ -73,8 +79,7 @@ public:
     Result<void> apply(const Place &place, Operation operation) {
         if (place.is_root())
             return _is_deletion(operation) ? _delete_all(operation) : _edit_level(nullptr, nullptr, operation, true);
-        auto keys_given = place.is_one_instance(false);
-        if (!keys_given) return _needs_keys(place);
+        if (auto keys = needs_keys_above(place); !keys) return keys;
         lyd_node *parent = nullptr;
         for (std::size_t i = 0; i + 1 < place.steps().size(); ++i) {
             lyd_node *found = find_step(_children(parent), place.steps()[i]);
@@ -94,20 +99,12 @@ public:
 private:
     lyd_node *_children(lyd_node *parent) const { return parent ? lyd_child(parent) : target_.root; }
 
-    Error _needs_keys(const Place &place) const {
-        return bad_request("missing-element", "The path \"" + shown(place.data_path()) +
-                                                  "\" has to name the entry of each list above its last step.");
-    }
-
     // ---- what happens at the place itself
 
     // A key is the identity of its entry: it can be stated, not changed or taken away.
     Result<void> _edit_key(const Place &place, const lyd_node *parent, Operation operation) const {
         std::string path = place.data_path();
-        if (_is_deletion(operation))
-            return bad_request("operation-not-supported",
-                               "The key \"" + shown(path) + "\" goes with its entry and cannot be deleted alone.",
-                               path);
+        if (_is_deletion(operation)) return _key_stays(path);
         const lyd_node *given = content_.first();
         while (given && given->schema != place.schema())
             given = given->next;
@@ -180,7 +177,8 @@ private:
     // ---- one node of the content
 
     Result<Operation> _operation(const lyd_node *node, Operation inherited) const {
-        const char *own = node->schema ? _annotation(node, "ietf-netconf", "operation") : _attribute(node, "operation");
+        const char *own = node->schema ? _annotation(node, "ietf-netconf", "operation")
+                                       : _stated_operation(*reinterpret_cast<const lyd_node_opaq *>(node));
         return own ? operation_by_name(own) : Result<Operation>(inherited);
     }
 
@@ -189,9 +187,7 @@ private:
         if (!operation) return std::move(operation).error();
         lyd_node *existing = _find(parent, node);
         if (_is_deletion(*operation)) {
-            if (_is_key(node))
-                return bad_request("operation-not-supported", "A key goes with its entry and cannot be deleted alone.",
-                                   instance_path(node));
+            if (_is_key(node)) return _key_stays(instance_path(node));
             if (is_explicit(existing))
                 _remove(existing);
             else if (*operation == Operation::del)
@@ -230,20 +226,20 @@ private:
         if (opaque.name.module_name) // of XML it is the namespace
             module = opaque.format == LY_VALUE_XML ? ly_ctx_get_module_implemented_ns(ctx_, opaque.name.module_ns)
                                                    : ly_ctx_get_module_implemented(ctx_, opaque.name.module_name);
+        std::string_view name = opaque.name.name;
+        name = name.substr(0, name.find(whole_list_sign));
+        std::string path = instance_path(parent);
         const lysc_node *schema =
-            module ? lys_find_child(parent ? parent->schema : nullptr, module, opaque.name.name, 0, 0, 0) : nullptr;
-        if (!schema)
-            return bad_request("unknown-element", "There is no \"" + shown(opaque.name.name) + "\" here.",
-                               instance_path(parent));
-        if (lysc_is_key(schema))
-            return bad_request("operation-not-supported", "A key goes with its entry and cannot be deleted alone.",
-                               instance_path(parent));
+            module ? lys_find_child(parent ? parent->schema : nullptr, module, name.data(), name.size(), 0, 0)
+                   : nullptr;
+        if (!schema) return bad_request("unknown-element", "There is no \"" + shown(name) + "\" here.", path);
+        if (lysc_is_key(schema)) return _key_stays(path);
         if (!_is_deletion(operation))
-            return bad_request("invalid-value", "\"" + shown(opaque.name.name) + "\" has no valid value.",
-                               instance_path(parent));
+            return bad_request("invalid-value", "\"" + shown(name) + "\" has no valid value.", path);
         bool any = false;
         Step step{schema, {}, 0};
-        if (schema->nodetype == LYS_LEAFLIST && opaque.value[0]) step.values.emplace_back(opaque.value);
+        bool valued = opaque.value && opaque.value[0];
+        if (schema->nodetype == LYS_LEAFLIST && valued) step.values.emplace_back(opaque.value);
         for (lyd_node *found = find_step(_children(parent), step), *next; found && found->schema == schema;
              found = next) {
             next = step.values.empty() ? found->next : nullptr;

@@ -8,7 +8,8 @@
 //
 // A document that was built for editing may ask for a node's deletion without giving its value. That is no valid data;
 // such content is parsed a second time with unknown values kept as opaque nodes, and accepted when every opaque node
-// is one to be deleted.
+// is one to be deleted. A leaf-list as a whole, `"name":""` with "delete" as metadata, is no leaf-list to libyang even
+// then; it gets a name that no node has and that tells the operation, `"name*delete":""`.
 #include "edit_content.h"
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "store_copy.h"
 #include "store_error.h"
 #include "text.h"
 
@@ -47,24 +49,27 @@ bool _may_hold_operations(std::string_view text) {
     return text.find("operation") != std::string_view::npos;
 }
 
-// Whether an opaque node or one above it is to be deleted.
+// The operation that a node states itself, or nothing.
+std::string_view _own_operation(const lyd_node *node) {
+    if (node->schema) {
+        for (const lyd_meta *meta = node->meta; meta; meta = meta->next) {
+            if (std::strcmp(meta->name, "operation") == 0) return lyd_get_meta_value(meta);
+        }
+        return {};
+    }
+    const auto &opaque = *reinterpret_cast<const lyd_node_opaq *>(node);
+    if (const char *sign = std::strchr(opaque.name.name, whole_list_sign)) return sign + 1;
+    for (const lyd_attr *attr = opaque.attr; attr; attr = attr->next) {
+        if (std::strcmp(attr->name.name, "operation") == 0) return attr->value;
+    }
+    return {};
+}
+
+// Whether the node or the nearest one above it that states an operation is to be deleted.
 bool _is_to_be_deleted(const lyd_node *node) {
     for (; node; node = lyd_parent(node)) {
-        if (node->schema) {
-            for (const lyd_meta *meta = node->meta; meta; meta = meta->next) {
-                if (std::strcmp(meta->name, "operation") == 0) {
-                    std::string_view value = lyd_get_meta_value(meta);
-                    return value == "delete" || value == "remove";
-                }
-            }
-            continue;
-        }
-        for (const lyd_attr *attr = reinterpret_cast<const lyd_node_opaq *>(node)->attr; attr; attr = attr->next) {
-            if (std::strcmp(attr->name.name, "operation") == 0) {
-                std::string_view value = attr->value;
-                return value == "delete" || value == "remove";
-            }
-        }
+        std::string_view operation = _own_operation(node);
+        if (!operation.empty()) return operation == "delete" || operation == "remove";
     }
     return false;
 }
@@ -77,31 +82,96 @@ bool _all_opaque_are_deleted(const lyd_node *first) {
     return true;
 }
 
+// Gives leaf-lists that are to be deleted as a whole their other name, in an object and all below it. `parent` is the
+// schema node of the object, null for a document.
+class WholeLeafLists {
+public:
+    explicit WholeLeafLists(const ly_ctx *ctx) : ctx_(ctx) {}
+
+    std::string rename(std::string_view object, const lysc_node *parent) const {
+        std::string text = "{";
+        auto members = json_members(object);
+        for (const JsonMember &member : members) {
+            bool metadata = !member.name.empty() && member.name[0] == '@';
+            std::string_view name = member.name.substr(metadata ? 1 : 0);
+            const lysc_node *schema = _schema(name, parent);
+            bool leaflist = schema && schema->nodetype == LYS_LEAFLIST;
+            std::string operation = leaflist ? _operation_on_all(members, name) : std::string();
+            if (metadata && !operation.empty()) continue;
+            if (text.size() > 1) text += ",";
+            text.append("\"").append(member.name);
+            if (!operation.empty()) text.append(1, whole_list_sign).append(operation);
+            text.append("\":").append(schema && !metadata ? _value(member.value, schema) : std::string(member.value));
+        }
+        return text + "}";
+    }
+
+private:
+    std::string _value(std::string_view value, const lysc_node *schema) const {
+        if (!(schema->nodetype & (LYS_CONTAINER | LYS_LIST))) return std::string(value);
+        if (value[0] == '{') return rename(value, schema);
+        if (value[0] != '[') return std::string(value);
+        std::string text = "[";
+        for (std::string_view element : json_elements(value)) {
+            if (text.size() > 1) text += ",";
+            text += element[0] == '{' ? rename(element, schema) : std::string(element);
+        }
+        return text + "]";
+    }
+
+    const lysc_node *_schema(std::string_view name, const lysc_node *parent) const {
+        std::size_t colon = name.find(':');
+        const lys_module *module = parent ? parent->module : nullptr;
+        if (colon != std::string_view::npos)
+            module = ly_ctx_get_module_implemented(ctx_, std::string(name.substr(0, colon)).c_str());
+        std::string_view local = _local_name(name);
+        return module && !local.empty() ? lys_find_child(parent, module, local.data(), local.size(), 0, 0) : nullptr;
+    }
+
+    // "delete" or "remove" when the members ask for that and name no entry.
+    static std::string _operation_on_all(const std::vector<JsonMember> &members, std::string_view name) {
+        std::string_view value, metadata;
+        for (const JsonMember &member : members) {
+            if (member.name == name) value = member.value;
+            if (!member.name.empty() && member.name[0] == '@' && member.name.substr(1) == name) metadata = member.value;
+        }
+        if (!_is_null(value)) return {};
+        std::string_view operation = json_member(metadata, "ietf-netconf:operation").value_or("");
+        if (operation != "\"delete\"" && operation != "\"remove\"") return {};
+        return std::string(operation.substr(1, operation.size() - 2));
+    }
+
+    const ly_ctx *ctx_;
+};
+
 class ContentReader {
 public:
     ContentReader(const ly_ctx *ctx, const Place &place, Format format, ContentKind kind)
         : ctx_(ctx), place_(place), schema_(place.schema()), format_(format), kind_(kind) {}
 
     Result<Content> read(std::string_view text) {
-        text = trim(text);
-        if (auto checked = _check(text); !checked) {
-            if (kind_ != ContentKind::answer || !schema_ || !(schema_->nodetype & LYD_NODE_TERM))
-                return std::move(checked).error();
-            return _finish(_path_above() ? _add_value(std::string(text)) : std::move(path_error_));
-        }
-        if (place_.is_root() && _is_null(text)) return _finish({});
-        std::string joined;
-        if (format_ == Format::json && text.find("\\u") != std::string_view::npos)
-            text = joined = json_join_surrogates(text);
-        if (_is_document(text)) return _finish(_parse(std::string(text)));
-        if (!_path_above()) return std::move(path_error_);
-        return _finish(format_ == Format::json ? _read_json(text) : _read_xml(text));
+        Result<void> done = _read(trim(text));
+        if (!done) return std::move(done).error();
+        return std::move(content_);
     }
 
 private:
-    Result<Content> _finish(Result<void> result) {
-        if (!result) return std::move(result).error();
-        return std::move(content_);
+    Result<void> _read(std::string_view text) {
+        auto checked = _check(text);
+        if (!checked && !_may_be_plain_text()) return checked;
+        std::string joined;
+        if (checked && format_ == Format::json && text.find("\\u") != std::string_view::npos)
+            text = joined = json_join_surrogates(text);
+        if (place_.is_root() && _is_null(text)) return {};
+        if (checked && _is_document(text)) return _parse(std::string(text));
+        if (auto above = _create_above(); !above) return above;
+        if (!checked) return _add_value(std::string(text));
+        return format_ == Format::json ? _read_json(text) : _read_xml(text);
+    }
+
+    // A provider may answer for a leaf with nothing but its value.
+    bool _may_be_plain_text() const {
+        return kind_ == ContentKind::answer && schema_ && (schema_->nodetype & LYD_NODE_TERM);
     }
 
     Result<void> _check(std::string_view text) const {
@@ -129,27 +199,15 @@ private:
                _local_name(elements[0].name) != schema_->name;
     }
 
-    // Creates what is above the place. On failure path_error_ tells.
-    bool _path_above() {
-        if (auto keys = needs_keys_above(); !keys) {
-            path_error_ = std::move(keys).error();
-            return false;
-        }
+    // Creates what is above the place.
+    Result<void> _create_above() {
+        if (auto keys = needs_keys_above(place_); !keys) return keys;
         for (std::size_t i = 0; i + 1 < place_.steps().size(); ++i) {
             auto created = create_step(content_.tree, content_.parent, place_.steps()[i]);
-            if (!created) {
-                path_error_ = std::move(created).error();
-                return false;
-            }
+            if (!created) return std::move(created).error();
             content_.parent = *created;
         }
-        return true;
-    }
-
-    Result<void> needs_keys_above() const {
-        if (place_.is_one_instance(false)) return {};
-        return bad_request("missing-element", "The path \"" + shown(place_.data_path()) +
-                                                  "\" has to name the entry of each list above its last step.");
+        return {};
     }
 
     // ---- JSON
@@ -406,10 +464,10 @@ private:
         LibyangErrors errors(ctx_);
         if (_parse_with(document, plain_parse | state)) return {};
         Error error = errors.take("The content does not fit the data model.");
-        if (kind_ != ContentKind::answer && _may_hold_operations(document) &&
-            _parse_with(document, lenient_parse | state) && _all_opaque_are_deleted(content_.tree.root))
-            return {};
-        return error;
+        if (kind_ == ContentKind::answer || !_may_hold_operations(document)) return error;
+        std::string again = format_ == Format::json ? WholeLeafLists(ctx_).rename(document, nullptr) : document;
+        bool parsed = _parse_with(again, lenient_parse | state) && _all_opaque_are_deleted(content_.tree.root);
+        return parsed ? Result<void>() : error;
     }
 
     bool _parse_with(const std::string &document, uint32_t options) {
@@ -426,7 +484,6 @@ private:
     Format format_;
     ContentKind kind_;
     Content content_;
-    Error path_error_;
 };
 
 } // namespace

@@ -13,6 +13,9 @@
 
 namespace zamd {
 
+// Stands in the name of an opaque node between that of a leaf-list and the operation on all its entries.
+inline constexpr char whole_list_sign = '*';
+
 struct Content {
     Tree tree;
     lyd_node *parent = nullptr; // of the nodes at the place; null when they are at the top

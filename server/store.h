@@ -107,7 +107,8 @@ public:
     bool publishes() const { return !empty() && datastore_ == Datastore::running; }
     Datastore datastore() const { return datastore_; }
     const Diff &forward() const { return forward_; }
-    // The same change undone: what subscribers see that had agreed already.
+    // The same change undone, for subscribers that had agreed already. It has to be asked for while the change is
+    // pending; of a settled change it is what it was then, or empty.
     const Diff &inverse() const;
 
 private:

@@ -2,8 +2,8 @@
 // Copyright the zamc authors
 //
 // JSON and XML as text: what has to be known about a payload before libyang reads it, and what wrapping one takes.
-// libyang 2.1.30 recurses once a level, dies of arrays directly inside arrays, and overlooks text after the top object;
-// so everything from a peer passes json_check() or xml_check() first. The readers below them expect checked text and
+// libyang 2.1.30 does not survive everything that a peer may send, and overlooks text after the top object; so
+// everything from a peer passes json_check() or xml_check() first. The readers below them expect checked text and
 // return views into it.
 #ifndef ZAMD_TEXT_H
 #define ZAMD_TEXT_H
@@ -21,7 +21,8 @@ namespace zamd {
 inline constexpr int max_nesting = 200;
 
 // One JSON value and nothing after it: RFC 8259 by the letter, UTF-8, no NUL, no array directly inside an array,
-// numbers of at most 64 characters.
+// numbers of at most 64 characters, metadata ("@name") of the shape that its member asks for, no value a thousand times
+// over in one array.
 Result<void> json_check(std::string_view text);
 
 struct JsonMember {
