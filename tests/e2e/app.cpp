@@ -12,9 +12,19 @@ const char two_interfaces[] = R"({"ietf-interfaces:interfaces":{"interface":[
   {"name":"eth0","type":"iana-if-type:ethernetCsmacd","enabled":true},
   {"name":"eth1","type":"iana-if-type:ethernetCsmacd","enabled":true}]}})";
 
+std::vector<std::string> real_models_and_radio() {
+    return {models_path(), ZAMC_RADIO_PATH};
+}
+
 void load_models() {
-    static const int32_t loaded = zamc_initialize() == 0 ? zamc_load_module(models_path().c_str(), nullptr) : -1;
-    ASSERT_EQ(loaded, 0);
+    static const bool loaded = [] {
+        if (zamc_initialize() != 0) return false;
+        for (const auto &folder : real_models_and_radio()) {
+            if (zamc_load_module(folder.c_str(), nullptr) != 0) return false;
+        }
+        return true;
+    }();
+    ASSERT_TRUE(loaded);
 }
 
 zamc_bytes *json_bytes(const std::string &text) {

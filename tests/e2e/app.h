@@ -45,7 +45,7 @@ struct Subscription {
     int32_t type = ZAMC_SUB_CONFIG_CHANGE;
     uint32_t priority = 100;
     uint32_t mask = 0;
-    Behaviour behaviour; // agrees when empty
+    Behaviour behaviour{}; // agrees when empty
 };
 
 // The order in which the handlers of several applications were called.
@@ -71,7 +71,7 @@ public:
         uint32_t encode = ZAM_ENCODE_JSON;
         bool reconnect = false; // again and again once the connection is lost, with replay
         bool replay = false;
-        std::string dependent_clients;
+        std::string dependent_clients{};
     };
 
     // Makes the client, subscribes, connects, activates, and waits until it is active.
@@ -149,8 +149,10 @@ private:
     zamc_client *client_;
 };
 
-// Loads the models that the server has, once in this process.
+// Loads the models that the servers have, once in this process: the real ones, and `radio` of this folder.
 void load_models();
+// The folders of both, for Server::Options::modules; without it a server has the real models.
+std::vector<std::string> real_models_and_radio();
 
 // Two interfaces, as a startup file.
 extern const char two_interfaces[];

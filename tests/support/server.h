@@ -14,10 +14,10 @@ namespace zam::test {
 class Server {
 public:
     struct Options {
-        std::string startup; // text of the startup file; none when empty
+        std::string startup{}; // text of the startup file; none when empty
         std::string startup_name = "startup.json";
-        std::vector<std::string> modules;   // folders; the real models when empty
-        std::vector<std::string> arguments; // further ones
+        std::vector<std::string> modules{};   // folders; the real models when empty
+        std::vector<std::string> arguments{}; // further ones
     };
 
     Server();

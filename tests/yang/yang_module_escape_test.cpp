@@ -103,6 +103,11 @@ TEST_F(OpaqueJson, NamesAreEscaped) {
     EXPECT_EQ(print_json(tree.get(), 0), R"({"sample:a\"b":"v"})");
 }
 
+TEST_F(OpaqueJson, ArraysUnderAnEscapedNameStayTogether) {
+    EXPECT_EQ(again(R"({"sample:a\"b":["x","y"],"sample:c":["z"]})"), R"({"sample:a\"b":["x","y"],"sample:c":["z"]})");
+    EXPECT_EQ(again(R"({"sample:a\"b":[{"k":1},{"k":2}]})"), R"({"sample:a\"b":[{"k":1},{"k":2}]})");
+}
+
 TEST_F(OpaqueJson, ModuleNamesAreEscaped) {
     const Tree tree{zam_lyd_new_opaq(nullptr, ctx(), "x", "v", "mod\"ule")};
     ASSERT_TRUE(tree);

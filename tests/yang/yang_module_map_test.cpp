@@ -395,7 +395,7 @@ std::optional<int> with_own_usr_local(const std::function<int()> &body) {
     const pid_t child = fork();
     if (child == 0) {
         const bool isolated = (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
-                              mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                              mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
                               mount("none", "/usr/local", "tmpfs", 0, nullptr) == 0;
         _exit(isolated ? body() : not_allowed);
     }

@@ -379,11 +379,12 @@ TEST_F(NewPath, NullArgumentsGiveNothing) {
     EXPECT_EQ(log.all(), "");
 }
 
-TEST_F(NewPath, AParentThatTheSchemaDoesNotKnowFails) {
+TEST_F(NewPath, AParentThatTheSchemaDoesNotKnowFailsEvenForATopName) {
     const Tree stranger{zam_lyd_new_opaq(nullptr, ctx, "stranger", nullptr, "test-main")};
     ASSERT_TRUE(stranger);
-    EXPECT_EQ(zam_lyd_new_path(stranger.get(), ctx, "text", "x"), nullptr);
-    EXPECT_TRUE(log.has(3, "Lyd new path(text) unsuccessful."));
+    EXPECT_EQ(zam_lyd_new_path(stranger.get(), ctx, "single", "x"), nullptr);
+    EXPECT_TRUE(log.has(3, "Lyd new path(single) unsuccessful."));
+    EXPECT_EQ(zam_lyd_child(stranger.get()), nullptr);
 }
 
 TEST_F(NewPath, ATemplateContainerIsNoStep) {
