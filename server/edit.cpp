@@ -22,19 +22,10 @@ namespace {
 // Nodes of a user-ordered list in the order that a replacement gives them.
 using Sequences = std::map<const lysc_node *, std::vector<lyd_node *>>;
 
-const char *_annotation(const lyd_node *node, const char *module, const char *name) {
+const char *_yang_annotation(const lyd_node *node, const char *name) {
     for (const lyd_meta *meta = node->meta; meta; meta = meta->next) {
-        if (std::strcmp(meta->name, name) == 0 && std::strcmp(meta->annotation->module->name, module) == 0)
+        if (std::strcmp(meta->name, name) == 0 && std::strcmp(meta->annotation->module->name, "yang") == 0)
             return lyd_get_meta_value(meta);
-    }
-    return nullptr;
-}
-
-// The operation that an opaque node states.
-const char *_stated_operation(const lyd_node_opaq &opaque) {
-    if (const char *sign = std::strchr(opaque.name.name, whole_list_sign)) return sign + 1;
-    for (const lyd_attr *attr = opaque.attr; attr; attr = attr->next) {
-        if (std::strcmp(attr->name.name, "operation") == 0) return attr->value;
     }
     return nullptr;
 }
@@ -176,10 +167,9 @@ private:
 
     // ---- one node of the content
 
-    Result<Operation> _operation(const lyd_node *node, Operation inherited) const {
-        const char *own = node->schema ? _annotation(node, "ietf-netconf", "operation")
-                                       : _stated_operation(*reinterpret_cast<const lyd_node_opaq *>(node));
-        return own ? operation_by_name(own) : Result<Operation>(inherited);
+    static Result<Operation> _operation(const lyd_node *node, Operation inherited) {
+        std::string_view own = stated_operation(node);
+        return own.empty() ? Result<Operation>(inherited) : operation_by_name(own);
     }
 
     Result<void> _edit(lyd_node *node, lyd_node *parent, Operation inherited, Sequences &sequences) {
@@ -365,8 +355,8 @@ private:
     }
 
     static void _read_insert(const lyd_node *node, std::string &insert, std::string &anchor) {
-        const char *where = _annotation(node, "yang", "insert");
-        const char *which = _annotation(node, "yang", node->schema->nodetype == LYS_LIST ? "key" : "value");
+        const char *where = _yang_annotation(node, "insert");
+        const char *which = _yang_annotation(node, node->schema->nodetype == LYS_LIST ? "key" : "value");
         insert = where ? where : "";
         anchor = which ? which : "";
     }

@@ -49,26 +49,10 @@ bool _may_hold_operations(std::string_view text) {
     return text.find("operation") != std::string_view::npos;
 }
 
-// The operation that a node states itself, or nothing.
-std::string_view _own_operation(const lyd_node *node) {
-    if (node->schema) {
-        for (const lyd_meta *meta = node->meta; meta; meta = meta->next) {
-            if (std::strcmp(meta->name, "operation") == 0) return lyd_get_meta_value(meta);
-        }
-        return {};
-    }
-    const auto &opaque = *reinterpret_cast<const lyd_node_opaq *>(node);
-    if (const char *sign = std::strchr(opaque.name.name, whole_list_sign)) return sign + 1;
-    for (const lyd_attr *attr = opaque.attr; attr; attr = attr->next) {
-        if (std::strcmp(attr->name.name, "operation") == 0) return attr->value;
-    }
-    return {};
-}
-
 // Whether the node or the nearest one above it that states an operation is to be deleted.
 bool _is_to_be_deleted(const lyd_node *node) {
     for (; node; node = lyd_parent(node)) {
-        std::string_view operation = _own_operation(node);
+        std::string_view operation = stated_operation(node);
         if (!operation.empty()) return operation == "delete" || operation == "remove";
     }
     return false;
@@ -487,6 +471,22 @@ private:
 };
 
 } // namespace
+
+std::string_view stated_operation(const lyd_node *node) {
+    if (node->schema) {
+        for (const lyd_meta *meta = node->meta; meta; meta = meta->next) {
+            bool netconf = std::strcmp(meta->annotation->module->name, "ietf-netconf") == 0;
+            if (netconf && std::strcmp(meta->name, "operation") == 0) return lyd_get_meta_value(meta);
+        }
+        return {};
+    }
+    const auto &opaque = *reinterpret_cast<const lyd_node_opaq *>(node);
+    if (const char *sign = std::strchr(opaque.name.name, whole_list_sign)) return sign + 1;
+    for (const lyd_attr *attr = opaque.attr; attr; attr = attr->next) {
+        if (std::strcmp(attr->name.name, "operation") == 0) return attr->value;
+    }
+    return {};
+}
 
 Result<Content> read_content(const ly_ctx *ctx, const Place &place, std::string_view text, Format format,
                              ContentKind kind) {

@@ -31,6 +31,9 @@ enum class ContentKind {
     answer,        // a status provider's: state data too, also a bare value or a whole document from the root
 };
 
+// The operation that a node of the content states itself; nothing when it states none.
+std::string_view stated_operation(const lyd_node *node);
+
 Result<Content> read_content(const ly_ctx *ctx, const Place &place, std::string_view text, Format format,
                              ContentKind kind);
 

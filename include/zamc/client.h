@@ -384,8 +384,9 @@ int32_t zamc_pull(zamc_client *client, int32_t version, const char *path, int32_
 /**
  * Changes the subtree at `path`.
  * @param operation  one of #zamc_push_operation; any other number is refused
- * @param content    JSON: the node's value; a scalar as bare text. XML: the node's element. Of length 0 for delete and
- *                   remove. Its format is that of the request
+ * @param content    JSON: the node's value: an object or array, or a scalar without quotes around it but with JSON's
+ *                   escapes inside; what would not give well-formed JSON is refused. XML: the node's element. Of
+ *                   length 0 for delete and remove. Its format is that of the request
  */
 int32_t zamc_push(zamc_client *client, const char *path, int32_t operation, const zamc_bytes *content);
 /**
