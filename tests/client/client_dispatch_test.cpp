@@ -214,6 +214,7 @@ TEST_F(Dispatch, WithoutASchemaContextARequestStaysUnanswered) {
     peer.send(publish(30, "/a"));
     run_until([&] { return client->wait_replies.count == 1; });
     client::_clients_ctx()->context = context;
+    EXPECT_FALSE(log.has(3, "Parse rpc from server not successful."));
     EXPECT_THAT(handler.calls, IsEmpty());
     EXPECT_THAT(sent_so_far(), IsEmpty());
     EXPECT_EQ(zamc_reply_asyn(client, 0, nullptr), 0);
@@ -326,6 +327,21 @@ TEST_F(Overtaking, ACallbackThatDisconnectsEndsThePass) {
     arrive({publish(31, "/a"), publish(32, "/b"), reply(1, "answer")});
     EXPECT_EQ(zamc_run(client, 10000), -1);
     EXPECT_THAT(handler.calls, ElementsAre("config 129 5 0 /a", "reply 2 answer"));
+}
+
+TEST_F(Overtaking, ACallbackThatConnectsAnewLeavesNothingOfTheOldInput) {
+    peer.answer_with(Peer::obliging);
+    handler.act = [this](zamc_client *owner) {
+        if (handler.calls.back() == "reply 2 answer") {
+            EXPECT_GE(zamc_connect(owner, peer.url().c_str()), 0);
+        }
+        return ZAMC_REPLY_LATER;
+    };
+    arrive({publish(31, "/a"), publish(32, "/b"), reply(1, "answer"), other("of the old connection")});
+    run_until_calls(handler, 2);
+    arrive({other("x"), other("y")});
+    run_until_calls(handler, 4);
+    EXPECT_THAT(handler.calls, ElementsAre("config 129 5 0 /a", "reply 2 answer", "message 2 2 x", "message 2 2 y"));
 }
 
 // Running

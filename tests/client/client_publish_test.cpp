@@ -179,6 +179,7 @@ TEST_F(Publish, AnIndexBeyondTheSubscriptionsIsNotProcessed) {
 TEST_F(Publish, ASubscriberOfAnotherTypeDoesNotProcessIt) {
     const std::pair<Publication, std::vector<const char *>> cases[] = {
         {Publication{}, {"1", "2"}}, {status(), {"0", "2", "3"}}, {operation("{}"), {"0", "1", "3"}}};
+    suber_at(client, 1)->config_handler = suber_at(client, 2)->config_handler = Handler::config; // the type decides
     log.clear();
     for (auto [publication, others] : cases) {
         for (const char *index : others) {
