@@ -6,6 +6,7 @@
 #define ZAMC_CLIENT_CLIENT_INTERNAL_H
 
 #include <cstdint>
+#include <cstring>
 
 #include <zamc/client.h>
 #include <zamc/dlist.h>
@@ -177,6 +178,17 @@ uint32_t _get_api_version(const zamc_client *client);
 void zam_reset_subers_bits(zam_vector *subers);
 void _activate_finish(zamc_client *client, uint32_t seq, const lyd_node *tree);
 void _deactivate_finish(zamc_client *client, uint32_t seq, const lyd_node *tree);
+
+// As much of a payload as a log line shows, terminated: payloads of peers and callers need not be.
+struct log_text {
+    char chars[1024]; // what the logger formats at most
+
+    log_text(const char *data, uint32_t length) {
+        const uint32_t kept = length < sizeof chars ? length : static_cast<uint32_t>(sizeof chars) - 1;
+        if (kept > 0) std::memcpy(chars, data, kept);
+        chars[kept] = '\0';
+    }
+};
 
 } // namespace zam::client
 

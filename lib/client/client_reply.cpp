@@ -180,9 +180,9 @@ using namespace zam::client;
 int32_t zamc_reply_asyn(zamc_client *client, uint32_t seq, const zamc_bytes *output) {
     if (!client || (output && !valid_bytes(output))) return -3;
     if (!client->wait_replies.head) {
-        const bool text = output && output->data;
-        zam_log_printf(ZAM_LOG_WRONG, "Invalid reply message.(msg:%.*s)\n", text ? output->length : 4,
-                       text ? output->data : "null");
+        const bool given = output && output->data;
+        const log_text text{given ? output->data : "null", given ? static_cast<uint32_t>(output->length) : 4};
+        zam_log_printf(ZAM_LOG_WRONG, "Invalid reply message.(msg:%s)\n", text.chars);
         return -1;
     }
     if (seq == 0) seq = reinterpret_cast<rpc_wait *>(client->wait_replies.head)->seq;

@@ -232,8 +232,10 @@ int32_t _exec_complex_rpc(zamc_client *client, const lyd_node *tree, void *out, 
 
 bool _handle_reply(zamc_client *client, const zam_message *message) {
     if (_get_rpc_bypass_flag(client)) return false;
-    zam_log_printf(ZAM_LOG_DEBUG, "[RPC] receive rpc-reply :%.*s\n",
-                   static_cast<int>(std::min<uint32_t>(message->length, INT32_MAX)), message->data);
+    if (zam_get_log_level() >= ZAM_LOG_DEBUG) {
+        const log_text text{message->data, message->length};
+        zam_log_printf(ZAM_LOG_DEBUG, "[RPC] receive rpc-reply :%s\n", text.chars);
+    }
     const rpc_meta *match = _find_rpc_meta(&client->send_queue, zam_message_seq(message));
     if (!match) {
         pop_frame(client, message);

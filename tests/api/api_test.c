@@ -36,6 +36,7 @@ static void count_free(void *block)
 
 static char last_line[256];
 
+static int keep_line(int level, const char *format, ...) ZAM_PRINTF(2, 3);
 static int keep_line(int level, const char *format, ...)
 {
     va_list args;

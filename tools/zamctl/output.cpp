@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include <zamc/attributes.h>
 #include <zamc/logger.h>
 #include <zamc/utils.h>
 
@@ -16,6 +17,7 @@ namespace {
 std::string last_line;
 bool be_verbose = false;
 
+int log_line(int level, const char *format, ...) ZAM_PRINTF(2, 3);
 int log_line(int level, const char *format, ...) {
     std::array<char, 1024> text{};
     va_list args;
