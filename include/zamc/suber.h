@@ -45,7 +45,7 @@ enum zamc_filter_mask {
 enum { ZAMC_REPLY_LATER = 50000 };
 
 /*
- * Handlers run on the thread that is inside zamc_run(), or inside a synchronous call that dispatches, of their client.
+ * Handlers run on the thread that is inside zamc_run() of their client, and nowhere else.
  * What they are handed is valid during the call only. They may call the library for their client; <zamc/client.h> says
  * what holds then. They return 0 for success, ZAMC_REPLY_LATER, or any other number for failure: the server is then
  * told what zamc_error_set() recorded during the call, else "Service process failed".

@@ -252,6 +252,7 @@ protected:
         Dispatch::SetUp();
         peer.answer_with([](const Frame &) { return std::vector<Frame>{}; });
         ASSERT_EQ(zamc_send_rpc_asyn(client, Payload{"question"}, Handler::replied, &handler), 0); // number 1
+        ASSERT_TRUE(peer.wait_for_request("question"));
         receive_messages();
     }
 };

@@ -235,6 +235,14 @@ TEST(EditMemory, EachAllocationThatFailsLeavesTheDocumentUsable) {
     }
 }
 
+TEST_F(Edit, WithoutMemoryForTheValueOrThePathItFailsAsSuch) {
+    heap.fail_at(1);
+    EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/name", "a"), -2); // the buffer of the value
+    heap.fail_at(1);
+    EXPECT_EQ(zamc_del_node(doc, "/test-doc:box/name"), -2); // the path
+    EXPECT_EQ(zamc_format_doc(doc, 2), nullptr);
+}
+
 // Reading
 
 class Read : public DocumentTest {
@@ -370,6 +378,21 @@ TEST_F(Read, WhatIsNotThereIsNotFormatted) {
     EXPECT_EQ(zamc_format_node(doc, "part", 0), nullptr);
     make();
     EXPECT_EQ(zamc_format_node(doc, nullptr, 2), nullptr);
+}
+
+TEST_F(Read, WithoutMemoryForThePathNothingIsRead) {
+    int number = 0;
+    const auto fails = [this](const std::function<void()> &call) {
+        log.clear();
+        heap.fail_at(1);
+        call();
+        EXPECT_EQ(log.count(3, "Build full path not successful. (cur: /test-doc:box, new : size)."), 1);
+    };
+    fails([&] { EXPECT_EQ(zamc_parse_node(doc, "size", "%d", &number), -3); });
+    fails([&] { EXPECT_EQ(zamc_node_is_present(doc, "size"), 0); });
+    fails([&] { EXPECT_EQ(zamc_node_content(doc, "size"), nullptr); });
+    fails([&] { EXPECT_EQ(zamc_format_node(doc, "size", 2), nullptr); });
+    fails([&] { EXPECT_EQ(zamc_node_attr(doc, "size", "operation"), nullptr); });
 }
 
 // Metadata
