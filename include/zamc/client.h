@@ -89,7 +89,8 @@ uint8_t zam_module_load(void);
  * The attributes of a client, with the type and the value that a new client has. A text is taken with the length that
  * the setter names; it always ends in a NUL when the library reads it.
  *
- * A change of DEADLINE, ENCODE, DEP_CLIENTS or API_VERSION while connected is announced to the server at once.
+ * A change of DEADLINE, ENCODE, DEP_CLIENTS or API_VERSION while connected is announced to the server at once. One that
+ * is made after the connection was seen to end is told by the next zamc_connect().
  */
 enum zamc_attr {
     ZAMC_ATTR_DEADLINE = 0,     /**< int32_t, s; 0. How long the server waits before it gives the client up for gone. */
@@ -278,12 +279,14 @@ int32_t zamc_set_message_recv_cb(zamc_client *client, zamc_message_recv_fn callb
 
 /**
  * Waits for what the server sends and hands it to handlers and callbacks, until nothing has come for a whole time-out.
- * First of all it tells the callbacks of requests whose connection has ended.
+ * First of all it tells the callbacks of requests whose connection has ended, and then handles what has arrived
+ * already.
  *
  * In bypass mode (#ZAMC_ATTR_RPC_BYPASS) the message callback gets every frame as it came: a request with type 0, owed
  * an answer by zamc_reply_asyn(), a reply with type 1, and types 2, 3 and 5.
  *
- * May be called again by a handler or callback.
+ * May be called again by a handler or callback: frames behind the one that is being handled are then handled inside
+ * that call, and not once more later.
  *
  * @param timeout_ms In ms; 0 handles what is there, -1 waits without limit.
  * @return 0 after an idle time-out; -1 when there is no connection, or no longer; -3 for a null client.

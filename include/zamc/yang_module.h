@@ -158,7 +158,16 @@ struct ly_in *zam_ly_in_new_memory(const char *text);
 /* Data parsing
  *
  * The trees belong to the caller; a failed parse leaves none behind. A text that holds no data ("", blanks, "{}") is
- * no failure, and gives null as well. */
+ * no failure, and gives null as well.
+ *
+ * Texts come from peers, and libyang takes some of them badly: it crashes on arrays directly inside arrays, recurses as
+ * deep as they nest, and needs a time that grows with the square of the number of equal values in one place. Texts
+ * in memory are therefore looked through first, in one pass. Refused, as a failed parse with a line at level 3 that
+ * names the reason and the offset in bytes, are
+ * - JSON (RFC 7951, RFC 8259) that is not exactly one well-formed value, or that holds an array directly inside an
+ *   array, an exponent of more than three digits, or metadata that does not stand right behind the member it is for;
+ * - XML with markup that does not end, or with an end tag too many;
+ * - in both, more than 1,024 levels, and the same value more than about a thousand times in one array or element. */
 
 /**
  * Parses data from a NUL-terminated text, which is logged at level 7.

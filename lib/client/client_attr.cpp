@@ -10,6 +10,8 @@
 #include <array>
 #include <cstring>
 
+#include <zamc/connector.h>
+
 #include "client/client_internal.h"
 #include "platform/bounded.h"
 
@@ -70,7 +72,7 @@ const char *_text_or(const zamc_client *client, uint32_t id, const char *absent)
 
 // Tells the server of a new value. 0 as well when there is nothing, or nobody, to tell.
 int32_t _update_remote_attr(zamc_client *client, uint32_t id) {
-    return client->connector && attr_kinds[id].announced ? _exec_register(client) : 0;
+    return attr_kinds[id].announced && !zam_connector_closed(client->connector) ? _exec_register(client) : 0;
 }
 
 } // namespace

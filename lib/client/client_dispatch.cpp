@@ -198,6 +198,16 @@ void _proc_db_reply(zamc_client *client) {
     if (next_reply(client, &message)) _dispatch_message(client, &message);
 }
 
+// One receive pass: all that has arrived, as long as the connection is there to take it from.
+void _receive(zamc_client *client) {
+    client->rewake_asked = 0;
+    while (client->connector) {
+        if (client->wait_replies.head) _proc_db_reply(client);
+        zam_message message;
+        if (!next_frame(client, &message) || !_dispatch_message(client, &message)) break;
+    }
+}
+
 } // namespace
 
 int32_t _on_message_receive(zam_proactor *, uint32_t, void *para) {
@@ -207,12 +217,7 @@ int32_t _on_message_receive(zam_proactor *, uint32_t, void *para) {
         zam_log_printf(ZAM_LOG_INFO, "Fail to get client when recive messsage.\n");
         return -1;
     }
-    client->rewake_asked = 0;
-    while (client->connector) {
-        if (client->wait_replies.head) _proc_db_reply(client);
-        zam_message message;
-        if (!next_frame(client, &message) || !_dispatch_message(client, &message)) break;
-    }
+    _receive(client);
     return 0;
 }
 
@@ -234,6 +239,9 @@ void _dispatch_events(zam_proactor *proactor) {
 }
 
 int32_t _run(zamc_client *client, int32_t timeout_ms) {
+    // Frames may be there that nothing will wake us for: those put back by a synchronous call, and those that arrived
+    // together with the one whose handler has called us.
+    if (_is_connected(client)) _receive(client);
     while (_is_connected(client)) {
         const uint32_t connection = client->connection;
         zam_trigger *trigger = zam_proactor_wait(client->proactor, timeout_ms);

@@ -14,6 +14,7 @@
 #include <zamc/logger.h>
 
 #include "runtime/mem_internal.h"
+#include "yang/yang_internal.h"
 #include "yang/yang_module_internal.h"
 
 using namespace zam::yang;
@@ -27,6 +28,16 @@ lyd_node *_parsed(LY_ERR result, lyd_node *tree) {
     if (result == LY_SUCCESS) return tree;
     lyd_free_tree(tree);
     return nullptr;
+}
+
+bool _may_be_operation(const ly_ctx *ctx, const char *text, LYD_FORMAT format) {
+    if (find_text_fault(text, format).what != nullptr) return false;
+    return format != LYD_JSON || may_be_json_operation(ctx, text);
+}
+
+// Null for a file, whose text only libyang has.
+const char *_text_of(ly_in *in) {
+    return in != nullptr && ly_in_type(in) == LY_IN_MEMORY ? ly_in_memory(in, nullptr) : nullptr;
 }
 
 // The yang-data instance of that name; null when the module has none.
@@ -201,7 +212,9 @@ struct lyd_node *zam_lyd_parse_data_mem(const struct ly_ctx *ctx, const char *te
                                         uint32_t parse_options, uint32_t validate_options) {
     zam_log_printf(ZAM_LOG_DEBUG, "[libyang]Parse data mem, data : %s\n", _shown(text));
     lyd_node *tree = nullptr;
-    const LY_ERR result = lyd_parse_data_mem(ctx, text, format, parse_options, validate_options, &tree);
+    const LY_ERR result = may_be_parsed(ctx, text, format)
+                              ? lyd_parse_data_mem(ctx, text, format, parse_options, validate_options, &tree)
+                              : LY_EVALID;
     if (result != LY_SUCCESS) {
         zam_log_printf(ZAM_LOG_WRONG, "[libyang]Parse data mem unsuccessful, ret :%u.\n", result);
     }
@@ -226,7 +239,7 @@ struct lyd_node *zam_lyd_parse_op(const struct ly_ctx *ctx, const char *text, LY
         return nullptr;
     }
     const owned<ly_in, zam_ly_in_free> in{handle};
-    if (format == LYD_JSON && ctx != nullptr && !may_be_json_operation(ctx, text)) {
+    if (ctx != nullptr && !_may_be_operation(ctx, text, format)) {
         zam_log_printf(ZAM_LOG_DEBUG, "[libyang]Parse op unsuccessful, ret : %u.\n", LY_EVALID);
         return nullptr;
     }
@@ -251,7 +264,9 @@ struct lyd_node *zam_lyd_parse_ext_data(const struct ly_ctx *ctx, const char *mo
     lyd_node *tree = nullptr;
     // Without this option libyang looks for the place of a second top node of a template, and never finds it.
     const LY_ERR result =
-        lyd_parse_ext_data(ext, nullptr, in, format, parse_options | LYD_PARSE_ORDERED, validate_options, &tree);
+        may_be_parsed(ctx, _text_of(in), format)
+            ? lyd_parse_ext_data(ext, nullptr, in, format, parse_options | LYD_PARSE_ORDERED, validate_options, &tree)
+            : LY_EVALID;
     if (result != LY_SUCCESS) zam_log_printf(ZAM_LOG_WRONG, "[libyang]Parse ext data unsuccessful.\n");
     return _parsed(result, tree);
 }

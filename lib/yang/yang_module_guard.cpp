@@ -78,8 +78,6 @@ bool _is_plain_data(const ly_ctx *ctx, const char *text) {
 } // namespace
 
 bool may_be_json_operation(const ly_ctx *ctx, const char *text) {
-    const json_scan scan = scan_json(text);
-    if (!scan.well_formed || scan.nested_arrays) return false;
     const top_member top = _find_top_member(text);
     if (top.name.data() == nullptr || !top.alone) return false;
     return _is_top_operation(ctx, top.name) || !_is_plain_data(ctx, text);

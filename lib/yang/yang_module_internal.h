@@ -67,7 +67,7 @@ LY_ERR _search_module(const char *module, const char *module_revision, const cha
                       ly_module_imp_data_free_clb *release);
 
 // yang_module_guard.cpp
-// Whether a JSON text may be given to libyang's operation parser: one well-formed object with one member that is, or may
+// Whether a well-formed JSON text may be given to libyang's operation parser: one object with one member that is, or may
 // hold, an operation. Costs one pass over the text.
 bool may_be_json_operation(const ly_ctx *ctx, const char *text);
 
