@@ -189,6 +189,8 @@ PushTransaction::Phase PushTransaction::roll_back() {
     }
     if (group.empty()) return Phase::settled;
     _mark_more(group);
+    for (const Publication *publication : group)
+        parts_[publication->session] = Part::back;
     round_.run(
         group, Scene::rollback, caller_.session,
         [this](Publication &publication, const Answer &answer, bool last) { on_undone(publication, answer, last); });
