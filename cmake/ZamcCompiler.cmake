@@ -26,6 +26,11 @@ if(ZAMC_SANITIZE)
     target_link_options(zamc_compile INTERFACE -fsanitize=${ZAMC_SANITIZE})
 endif()
 
+if(ZAMC_FUZZ)
+    target_compile_options(zamc_compile INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(zamc_compile INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # What is shipped is hardened as well; tests are built without optimisation, which fortified headers do not take.
 add_library(zamc_harden INTERFACE)
 if(NOT ZAMC_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")

@@ -68,9 +68,11 @@ Dispatch::Outcome Dispatch::serve_diff(const Request &request) {
     const std::string_view entity = request.leaf("entity", "/");
     const Result<Place> place = server_.store().place(entity);
     if (!place) return place.error();
-    const Standing standing = server_.publications().standing(request.session.id());
-    const Diff nothing;
-    const Diff &diff = standing.diff != nullptr && *datastore == Datastore::running ? *standing.diff : nothing;
+    const Standing standing =
+        *datastore == Datastore::running ? server_.publications().standing(request.session.id()) : Standing{};
+    Result<Diff> own = standing.replay ? server_.store().creation(*place) : Diff{};
+    if (!own) return own.error();
+    const Diff &diff = standing.diff != nullptr ? *standing.diff : *own;
     Result<Text> value = diff.print(*place, _depth(request), format_of(request.caller.encoding));
     if (!value) return value.error();
     server_.reply(request.caller, diff_payload(entity, std::move(*value), request.caller.encoding));

@@ -20,6 +20,7 @@ struct Standing {
     View current = View::committed;
     View last = View::committed;
     const Diff *diff = nullptr;
+    bool replay = false; // what is committed counts as created
 };
 
 // One transaction: a push or the replay of an activation. It runs from start()

@@ -82,7 +82,7 @@ void ReplayTransaction::finish() {
 
 std::optional<Standing> ReplayTransaction::standing(uint32_t session) const {
     if (session != session_) return std::nullopt;
-    return Standing{View::committed, View::committed, nullptr};
+    return Standing{View::committed, View::committed, nullptr, true};
 }
 
 } // namespace zamd

@@ -21,6 +21,7 @@ namespace zamd {
 namespace {
 
 constexpr int wakes_before_busy = 64;
+constexpr int no_limit = -1;
 
 } // namespace
 
@@ -51,16 +52,18 @@ Result<void> Server::run() {
         return refusal("operation-failed", std::string{"cannot watch for signals: "} + std::strerror(errno));
 
     while (!stopping_)
-        round();
+        round(no_limit);
     zam_trigger_unarm(proactor(), trigger.get());
     zam_log_printf(ZAM_LOG_NOTICE, "Stopping, %zu connections are open.\n", sessions_.size());
     acceptors_.clear(); // nobody new is let in, and the sockets' files go
     return {};
 }
 
-void Server::round() {
+void Server::round(int longest_ms) {
     if (ready_.empty() && !publications_.can_advance()) {
-        zam_proactor_wait(proactor(), timers_.wait_ms());
+        const int due_ms = timers_.wait_ms();
+        const bool due_first = due_ms >= 0 && (longest_ms < 0 || due_ms < longest_ms);
+        zam_proactor_wait(proactor(), due_first ? due_ms : longest_ms);
     } else {
         // Who has been waiting comes before the next share of those who are busy.
         for (int i = 0; i < wakes_before_busy && zam_proactor_wait(proactor(), 0) != nullptr; i++) {

@@ -38,6 +38,8 @@ public:
     Result<void> listen(const std::vector<std::string> &urls);
     // Until SIGTERM or SIGINT, which main() has blocked.
     Result<void> run();
+    // One turn of the loop that run() is; waits for something to do, at most so long, or without limit when negative.
+    void round(int longest_ms);
 
     ly_ctx *context() const { return ctx_; }
     Store &store() { return store_; }
@@ -74,7 +76,6 @@ private:
     };
     using Sessions = std::map<uint32_t, std::unique_ptr<Session>>;
 
-    void round();
     void settle();
     void flush_sessions();
     void bury_sessions();

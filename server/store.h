@@ -172,6 +172,9 @@ public:
     // The instance paths of the explicitly set data at `place` in committed running: what a replay tells.
     std::vector<std::string> instances(const Place &place) const;
 
+    // That data, and what is above it, as the Diff that creates it: from nothing to committed running.
+    Result<Diff> creation(const Place &place) const;
+
     const ly_ctx *context() const { return ctx_; }
 
 private:

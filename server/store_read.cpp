@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Copyright the zamc authors
 //
-// Reading. Nothing is copied unless a depth or a provider's answer asks for it.
+// Reading. Nothing is copied unless a depth, a provider's answer or a diff asks for it.
+#include "diff_build.h"
 #include "diff_pairs.h"
 #include "edit_content.h"
 #include "store.h"
@@ -123,6 +124,14 @@ std::vector<std::string> Store::instances(const Place &place) const {
     if (place.is_root() && tree) found.emplace_back("/");
     if (!place.is_root()) _collect(tree.root, place.steps(), 0, found);
     return found;
+}
+
+Result<Diff> Store::creation(const Place &place) const {
+    const auto existing = copy_branch(impl_->running.committed().root, place, all_levels);
+    if (!existing) return existing.error();
+    auto diff = build_diff(ctx_, nullptr, existing->root);
+    if (!diff) return std::move(diff).error();
+    return Diff(std::move(*diff));
 }
 
 const Tree &Store::Impl::tree(Datastore datastore, View view) const {
