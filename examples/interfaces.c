@@ -8,6 +8,8 @@
  * It is told of every change of an interface and may refuse it, answers queries of the interfaces' state, and carries out
  * an operation, whose answer it gives later. When the server goes away it connects again. Copy it and make it yours.
  */
+#define _POSIX_C_SOURCE 200809L /* sigaction, nanosleep and their like, also with -std=c11 */
+
 #include <zamc/zamc.h>
 
 #include <inttypes.h>
@@ -51,15 +53,37 @@ static const char *scene_name(uint32_t mask)
     return mask & ZAMC_SCENE_CFGR ? "replay" : "normal";
 }
 
+/* Prints what happens to the node at the directory: to a leaf with its value, to another one through what is in it. */
+static void print_change(zamc_doc *doc, const char *target)
+{
+    if (zamc_iter_doc(doc, ZAMC_DIRECTION_CHILD)) {
+        do {
+            print_change(doc, target);
+        } while (zamc_iter_doc(doc, ZAMC_DIRECTION_NEXT));
+        zamc_iter_doc(doc, ZAMC_DIRECTION_PARENT);
+        return;
+    }
+    const char *operation = zamc_node_attr(doc, NULL, "operation"); /* its own, or that of what it is in */
+    if (!operation || strcmp(operation, "merge") == 0) return;      /* only leads to what changes */
+    const char *path = zamc_current_dir(doc);
+    if (strncmp(path, target, strlen(target)) == 0) path += strlen(target);
+    const char *value = zamc_node_content(doc, NULL);
+    const char *old_value = zamc_node_attr(doc, NULL, "origin-value");
+    printf("  %s %s", operation, *path ? path : "it");
+    if (value) printf(" = %s", value);
+    if (old_value) printf(" (was %s)", old_value);
+    printf("\n");
+}
+
 /* Prints a change, and says whether the application can live with it. */
 static int32_t judge(zamc_client *client, const zamc_bytes *change, const char *target)
 {
-    printf("  diff: %s\n", change->data);
     zamc_doc *doc = zamc_parse_bytes(change, "/");
     if (zamc_change_dir(doc, target) != 0) {
         zamc_free_doc(doc);
         return -1;
     }
+    print_change(doc, target); /* the directory is back at the target afterwards */
     const char *enabled = zamc_node_content(doc, "enabled");
     const char *operation = zamc_node_attr(doc, NULL, "operation");
     const int shut_down = enabled && strcmp(enabled, "false") == 0;

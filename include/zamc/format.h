@@ -11,7 +11,8 @@
 extern "C" {
 #endif
 
-/*
+/**
+ * @file
  * Bytes objects carry a payload with its encoding between application and library; documents let an application read
  * and build data without knowing libyang, with a current directory in the manner of a shell.
  *
@@ -36,7 +37,11 @@ typedef struct zamc_bytes {
  *         length, or when memory is short
  */
 zamc_bytes *zamc_new_bytes(const void *data, int32_t length, uint32_t format);
-/** Releases a bytes object; null is ignored. */
+/**
+ * Releases a bytes object; null is ignored.
+ *
+ * @param bytes  not to be used any more
+ */
 void zamc_free_bytes(zamc_bytes *bytes);
 
 /** A document: a format, a data tree and a current directory (the data path from which relative paths start). */
@@ -44,10 +49,10 @@ typedef struct zamc_doc zamc_doc;
 
 /** Where zamc_iter_doc() moves. */
 enum zamc_direction {
-    ZAMC_DIRECTION_PARENT = 0,
-    ZAMC_DIRECTION_CHILD = 1,
-    ZAMC_DIRECTION_PREVIOUS = 2,
-    ZAMC_DIRECTION_NEXT = 3
+    ZAMC_DIRECTION_PARENT = 0,   /**< the node above */
+    ZAMC_DIRECTION_CHILD = 1,    /**< the first node below */
+    ZAMC_DIRECTION_PREVIOUS = 2, /**< the sibling before */
+    ZAMC_DIRECTION_NEXT = 3      /**< the sibling behind */
 };
 
 /**
@@ -57,7 +62,11 @@ enum zamc_direction {
  *         zamc_load_module(), or when memory is short
  */
 zamc_doc *zamc_new_doc(uint32_t format);
-/** Releases a document with its tree and directory; null is ignored. */
+/**
+ * Releases a document with its tree and directory; null is ignored.
+ *
+ * @param doc  not to be used any more
+ */
 void zamc_free_doc(zamc_doc *doc);
 /**
  * Reads a payload as the value of the node at `path`: "/" for a whole document, else what zamc_pull() returns for that
@@ -70,6 +79,7 @@ void zamc_free_doc(zamc_doc *doc);
 zamc_doc *zamc_parse_bytes(const zamc_bytes *bytes, const char *path);
 /**
  * Prints the whole document.
+ * @param doc     stays as it is
  * @param format  1 XML, 2 JSON
  * @return a new object, the caller's to free; null for a null or empty document or when it cannot be printed
  */
@@ -77,28 +87,54 @@ zamc_bytes *zamc_format_doc(zamc_doc *doc, uint32_t format);
 /**
  * Sets the current directory. A relative path is joined to the old directory as text: "." and ".." have no meaning.
  * That there is a node at the directory is not required.
+ * @param doc   whose directory it is
+ * @param path  absolute or relative; copied
  * @return 0, -3 for a null argument, -2 when memory is short (the old directory stays)
  */
 int32_t zamc_change_dir(zamc_doc *doc, const char *path);
-/** The current directory, borrowed until the document changes; null while none is set and for a null document. */
+/**
+ * The current directory.
+ *
+ * @param doc  null has none
+ * @return text borrowed until the document changes; null while none is set
+ */
 const char *zamc_current_dir(const zamc_doc *doc);
 /**
  * Adds a node with the operation "merge", together with the ancestors on its path.
+ * @param doc     unchanged on failure
  * @param path    absolute, or relative to the directory; null for the directory itself
- * @param format  printf-style value; null or an empty result makes the node without a value. Booleans and enumerations
- *                are given by their numbers ("%d" with 1, 0 or the value of the enum). Other leaves are given as bare
- *                text in a JSON document and as an element in an XML one; containers, lists and leaf-lists as the value
- *                in the document's format: an object or array, or the complete element.
+ * @param format  printf-style value; null or an empty result makes the node without a value, as for an empty leaf, a
+ *                list entry whose keys the path gives, or an entry of a leaf-list that it names (`search[.='a']`).
+ *                Booleans and enumerations are given by their numbers ("%d" with 1, 0 or the value of the enum), in
+ *                leaf-lists too; a text that is no number is refused. Any other leaf is given as bare text in a JSON
+ *                document and as an element in an XML one, whose text counts as it stands, without "</", "></" and "/>"
+ *                in it: no entity is resolved, and identities carry the name of their module, not a prefix. Containers,
+ *                lists and leaf-lists are given as the value in the document's format: an object, an array, or the
+ *                complete elements. An array of numbers is refused; entries of such a leaf-list are named by the path.
  * @return 0, -3 for a null document or no place to start from, -2 when memory is short, -1 when the path or the value
  * is refused; the document is unchanged then
  */
 int32_t zamc_new_node(zamc_doc *doc, const char *path, const char *format, ...) ZAM_PRINTF(3, 4);
-/** Adds a node with the operation "delete" and without a value. Path and results as for zamc_new_node(). */
+/**
+ * Adds a node with the operation "delete" and without a value.
+ *
+ * @param doc   unchanged on failure
+ * @param path  absolute, or relative to the directory; null for the directory itself
+ * @return as zamc_new_node()
+ */
 int32_t zamc_del_node(zamc_doc *doc, const char *path);
-/** 1 when the document holds a node at the path, else 0. */
+/**
+ * Looks for a node.
+ *
+ * @param doc   null holds none
+ * @param path  absolute, or relative to the directory; null for the directory itself
+ * @return 1 when the document holds a node there, else 0
+ */
 int32_t zamc_node_is_present(zamc_doc *doc, const char *path);
 /**
- * Moves the directory from its node to a neighbour.
+ * Moves the directory from its node to a neighbour. Made for documents that were parsed: in one that was built by
+ * zamc_new_node() and zamc_del_node() several nodes may have the same path, and a path leads to the first of them.
+ * @param doc        whose directory moves
  * @param direction  0 parent, 1 first child, 2 previous sibling (of a first sibling: the last one), 3 next sibling
  * @return the schema name of the node reached, borrowed from the schema; null when there is none, with the directory
  *         unchanged
@@ -106,11 +142,15 @@ int32_t zamc_node_is_present(zamc_doc *doc, const char *path);
 const char *zamc_iter_doc(zamc_doc *doc, uint32_t direction);
 /**
  * The value text of a leaf or leaf-list entry; identities of the leaf's own module come without their prefix.
+ * @param doc   null holds nothing
+ * @param path  absolute, or relative to the directory; null for the directory itself
  * @return text borrowed until the document changes; null when there is no such node or it is no leaf
  */
 const char *zamc_node_content(zamc_doc *doc, const char *path);
 /**
  * Reads a leaf with a scanf-style format. Enumerations and booleans are scanned as their numbers.
+ * @param doc     stays as it is
+ * @param path    absolute, or relative to the directory; null for the directory itself
  * @param format  each %s, %c and %[ takes a pointer and then the size of its buffer in bytes (32-bit unsigned); a text
  *                that does not fit is not stored
  * @return 0 when at least one item was read, -3 for an invalid argument or a node that is no leaf, -5 when there is no
@@ -120,11 +160,16 @@ int32_t zamc_parse_node(zamc_doc *doc, const char *path, const char *format, ...
 /**
  * Prints one node: of a leaf its value text; else, in XML the elements of the node and the siblings after it, in JSON
  * the value of the first member that is printed so, without its name.
+ * @param doc     stays as it is
+ * @param path    absolute, or relative to the directory; null for the directory itself
+ * @param format  1 XML, 2 JSON
  * @return a new object of `format`, the caller's to free; null when there is no such node
  */
 zamc_bytes *zamc_format_node(zamc_doc *doc, const char *path, uint32_t format);
 /**
  * The value of a node's metadata. "operation" is inherited from the nearest ancestor that states one (RFC 6241, 7.2).
+ * @param doc   null holds nothing
+ * @param path  absolute, or relative to the directory; null for the directory itself
  * @param name  the metadata's name without its module: "operation", "origin-value", "origin-position"
  * @return text borrowed until the document changes; null when there is none
  */

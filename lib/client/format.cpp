@@ -20,6 +20,10 @@ using runtime::owned_text;
 using owned_doc = runtime::owned<zamc_doc, zamc_free_doc>;
 
 constexpr char no_modules[] = "The client does not load modules, please load modules.\n";
+constexpr char no_document[] = "The document is invalid.\n";
+constexpr char no_place[] = "The document has no directory, and no path is given.\n";
+constexpr char no_path[] = "The path is invalid.\n";
+constexpr char no_bytes[] = "The bytes are invalid.\n";
 
 void _set_dir(zamc_doc *doc, char *dir) {
     zam_free(doc->dir);
@@ -58,6 +62,12 @@ char *_build_full_path(const char *dir, const char *path) {
     return zam_asprintf(&full, has_slash ? "%s%s" : "%s/%s", dir, path) < 0 ? nullptr : full;
 }
 
+bool has_place(const zamc_doc *doc, const char *path) {
+    if (doc && (path || doc->dir)) return true;
+    zam_log_printf(ZAM_LOG_WRONG, doc ? no_place : no_document);
+    return false;
+}
+
 int32_t _get_current_node(const zamc_doc *doc, const char *path, lyd_node **out) {
     *out = nullptr;
     const char *dir = doc->dir ? doc->dir : "null";
@@ -79,7 +89,10 @@ using namespace zam;
 using namespace zam::client;
 
 zamc_bytes *zamc_new_bytes(const void *data, int32_t length, uint32_t format) {
-    if (length < 0 || (length > 0 && !data)) return nullptr;
+    if (length < 0 || (length > 0 && !data)) {
+        zam_log_printf(ZAM_LOG_WRONG, no_bytes);
+        return nullptr;
+    }
     const auto size = static_cast<uint32_t>(length);
     auto *bytes = runtime::mem_new<zamc_bytes>(size + 1);
     if (!bytes) return nullptr;
@@ -114,13 +127,19 @@ void zamc_free_doc(zamc_doc *doc) {
 }
 
 zamc_doc *zamc_parse_bytes(const zamc_bytes *bytes, const char *path) {
-    if (!bytes || !path) return nullptr;
+    if (!bytes || !path) {
+        zam_log_printf(ZAM_LOG_WRONG, bytes ? no_path : no_bytes);
+        return nullptr;
+    }
     if (!zam_module_load()) zam_log_printf(ZAM_LOG_INFO, no_modules);
     const ly_ctx *ctx = zam_clients_schema_ctx();
     const zam_mem_doc text{path, bytes->data, lyd_format(bytes->format)};
     yang::owned_tree tree{zam_parse_mem(ctx, &text, LYD_PARSE_ONLY, 1, 0)};
     if (!tree) tree.reset(zam_parse_mem(ctx, &text, 0, 0, 1)); // data failed: an operation, then
-    if (!tree) return nullptr;
+    if (!tree) {
+        zam_log_printf(ZAM_LOG_WRONG, "Parse bytes not successful, path %s.\n", path);
+        return nullptr;
+    }
 
     owned_doc doc{runtime::mem_new<zamc_doc>()};
     if (!doc) return nullptr;
@@ -131,6 +150,7 @@ zamc_doc *zamc_parse_bytes(const zamc_bytes *bytes, const char *path) {
 }
 
 zamc_bytes *zamc_format_doc(zamc_doc *doc, uint32_t format) {
+    if (!doc) zam_log_printf(ZAM_LOG_WRONG, no_document);
     if (!doc || !doc->tree) return nullptr;
     uint32_t length = 0;
     const runtime::system_text text{zam_lyd_tree_dump(doc->tree, lyd_format(format), &length)};
@@ -142,7 +162,10 @@ zamc_bytes *zamc_format_doc(zamc_doc *doc, uint32_t format) {
 }
 
 int32_t zamc_change_dir(zamc_doc *doc, const char *path) {
-    if (!doc || !path) return -3;
+    if (!doc || !path) {
+        zam_log_printf(ZAM_LOG_WRONG, doc ? no_path : no_document);
+        return -3;
+    }
     char *dir = _build_full_path(doc->dir, path);
     if (!dir) return -2;
     _set_dir(doc, dir);
@@ -154,7 +177,7 @@ const char *zamc_current_dir(const zamc_doc *doc) {
 }
 
 const char *zamc_iter_doc(zamc_doc *doc, uint32_t direction) {
-    if (!doc || !doc->tree || !doc->dir) return nullptr;
+    if (!has_place(doc, nullptr) || !doc->tree) return nullptr;
     lyd_node *node = zam_lyd_find_path(doc->tree, doc->dir);
     if (!node) {
         zam_log_printf(ZAM_LOG_DEBUG, "The node [%s] does not exist.\n", doc->dir);

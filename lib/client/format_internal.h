@@ -26,10 +26,9 @@ char *_build_full_path(const char *dir, const char *path);
 // The node at `path` as seen from the document's directory. 0, -3 when no path can be built, -5 when there is no node.
 int32_t _get_current_node(const zamc_doc *doc, const char *path, lyd_node **out);
 
-// Without a path a document's directory stands for the node; without either there is nothing to look at.
-inline bool has_place(const zamc_doc *doc, const char *path) {
-    return doc && (path || doc->dir);
-}
+// Without a path a document's directory stands for the node; without either there is nothing to look at, which is
+// logged.
+bool has_place(const zamc_doc *doc, const char *path);
 
 inline LYD_FORMAT lyd_format(uint32_t format) {
     return static_cast<LYD_FORMAT>(zam_ownfmt2lydfmt(format));

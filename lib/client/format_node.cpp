@@ -33,21 +33,32 @@ const lysc_node *_get_special_node(const ly_ctx *ctx, const char *path) {
     return type == LY_TYPE_BOOL || type == LY_TYPE_ENUM ? schema : nullptr;
 }
 
-const char *_number_name(const lysc_node *schema, int32_t number) {
-    if (zam_lys_type_base(schema) == LY_TYPE_ENUM) return zam_find_enum_name(schema, number);
+// What is no number of 32 bits stands for nothing: "true" is not taken for 0.
+const char *_number_name(const lysc_node *schema, const char *text) {
+    char *end = nullptr;
+    const long number = strtol(text, &end, 10);
+    if (end == text || *end != '\0' || number < INT32_MIN || number > INT32_MAX) return nullptr;
+    if (zam_lys_type_base(schema) == LY_TYPE_ENUM) return zam_find_enum_name(schema, static_cast<int32_t>(number));
     if (number == 1) return "true";
     return number == 0 ? "false" : nullptr;
 }
 
+// An array of JSON booleans, which have no quotes, is not spliced into a document: such an entry is made at its path.
+bool _is_made_at_path(const lysc_node *schema, uint32_t format) {
+    return format == ZAM_ENCODE_JSON && zam_lys_nodetype(schema) == LYS_LEAFLIST &&
+           zam_lys_type_base(schema) == LY_TYPE_BOOL;
+}
+
 // The value that stands for a number, in the form in which a fragment of the format is parsed.
 char *_dup_value(const lysc_node *schema, const char *text, uint32_t format) {
-    const auto number = static_cast<int32_t>(strtol(text, nullptr, 10));
-    const char *name = _number_name(schema, number);
+    const char *name = _number_name(schema, text);
     if (!name) {
+        const auto number = static_cast<int32_t>(strtol(text, nullptr, 10));
         zam_log_printf(ZAM_LOG_WRONG, "Schema node %s value %d not found.\n", schema->name, number);
         return nullptr;
     }
-    if (format == ZAM_ENCODE_JSON && zam_lys_nodetype(schema) == LYS_LEAF) return zam_strdup(name);
+    const bool is_leaf = zam_lys_nodetype(schema) == LYS_LEAF;
+    if (_is_made_at_path(schema, format) || (format == ZAM_ENCODE_JSON && is_leaf)) return zam_strdup(name);
     char *value = nullptr;
     int32_t length = -1;
     if (format == ZAM_ENCODE_JSON) {
@@ -67,6 +78,7 @@ lyd_node *_parse_value(const ly_ctx *ctx, const char *path, const char *value, u
                 zam_log_printf(ZAM_LOG_WRONG, "Dump value not successful.\n");
                 return nullptr;
             }
+            if (_is_made_at_path(special, format)) return zam_lyd_new_path(nullptr, ctx, path, converted.get());
             value = converted.get();
         }
     }
@@ -74,12 +86,43 @@ lyd_node *_parse_value(const ly_ctx *ctx, const char *path, const char *value, u
     return zam_parse_mem(ctx, &text, LYD_PARSE_ONLY, 1, 0);
 }
 
+// An identity that a leaf-list's path names. It comes opaque: JSON would show it outside an array, and it would be
+// found under its bare name only.
+bool _is_opaque_identity(const lyd_node *node) {
+    if (node->schema) return false;
+    const lysc_node *schema = zam_lyd_get_schema(node, nullptr);
+    const char *value = zam_lyd_value_string(node);
+    return zam_lys_nodetype(schema) == LYS_LEAFLIST && zam_lys_realtype(schema) == LY_TYPE_IDENT && value && *value;
+}
+
+// A node of libyang's own takes the opaque one's place. Null when the type refuses the identity.
+lyd_node *_settle_identity(yang::owned_tree &tree, lyd_node *opaque) {
+    const lysc_node *schema = zam_lyd_get_schema(opaque, nullptr);
+    auto *parent = reinterpret_cast<lyd_node *>(opaque->parent);
+    lyd_node *node = zam_lyd_new_leaf(parent, schema->module, schema->name, zam_lyd_value_string(opaque));
+    if (!node) return nullptr;
+    if (parent) {
+        zam_lyd_tree_destroy_nosibling(opaque);
+    } else {
+        tree.reset(node);
+    }
+    return node;
+}
+
+// The node that the path names in a tree just made for it.
+lyd_node *_made_node(yang::owned_tree &tree, const char *path) {
+    lyd_node *last = tree.get();
+    while (lyd_node *child = zam_lyd_child(last))
+        last = child->prev; // the last of the children
+    return _is_opaque_identity(last) ? _settle_identity(tree, last) : zam_lyd_find_path(tree.get(), path);
+}
+
 lyd_node *_build_new_node(const char *path, int32_t operation, const char *value, uint32_t format) {
     const ly_ctx *ctx = zam_clients_schema_ctx();
     if (!ctx) return nullptr;
     yang::owned_tree tree{_parse_value(ctx, path, value, format)};
     if (!tree) return nullptr;
-    lyd_node *node = zam_lyd_find_path(tree.get(), path);
+    lyd_node *node = _made_node(tree, path);
     if (!node) return nullptr;
     if (zam_lyd_new_meta(node, "ietf-netconf", oper_name, "ietf-netconf:operation",
                          zam_xlate_edit_enum2str(operation)) != LY_SUCCESS) {
@@ -93,7 +136,10 @@ int32_t _add_edit(zamc_doc *doc, const char *path, int32_t operation, const char
     const owned_text full{_build_full_path(doc->dir, path)};
     if (!full) return -2;
     lyd_node *tree = _build_new_node(full.get(), operation, value, doc->format);
-    if (!tree) return -1;
+    if (!tree) {
+        zam_log_printf(ZAM_LOG_WRONG, "Build new node not successful, path %s.\n", full.get());
+        return -1;
+    }
     doc->tree = zam_tree_add_sibling(doc->tree, tree);
     return 0;
 }
@@ -183,7 +229,11 @@ const char *zamc_node_content(zamc_doc *doc, const char *path) {
 }
 
 int32_t zamc_parse_node(zamc_doc *doc, const char *path, const char *format, ...) {
-    if (!has_place(doc, path) || !format) return -3;
+    if (!has_place(doc, path)) return -3;
+    if (!format) {
+        zam_log_printf(ZAM_LOG_WRONG, "The scan format is invalid.\n");
+        return -3;
+    }
     lyd_node *node = nullptr;
     const int32_t found = _get_current_node(doc, path, &node);
     if (found != 0) return found;
@@ -214,7 +264,12 @@ zamc_bytes *zamc_format_node(zamc_doc *doc, const char *path, uint32_t format) {
 
 const char *zamc_node_attr(zamc_doc *doc, const char *path, const char *name) {
     lyd_node *node = nullptr;
-    if (!name || !has_place(doc, path) || _get_current_node(doc, path, &node) != 0) return nullptr;
+    if (!has_place(doc, path)) return nullptr;
+    if (!name) {
+        zam_log_printf(ZAM_LOG_WRONG, "The attribute name is invalid.\n");
+        return nullptr;
+    }
+    if (_get_current_node(doc, path, &node) != 0) return nullptr;
     const char *value = zam_get_node_meta_value(node, name);
     if (!value && strcmp(name, oper_name) == 0) value = _inherited_oper(doc, path);
     zam_log_printf(ZAM_LOG_DEBUG, "The node's attribute name [%s], value [%s].\n", name, value ? value : "null");

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <zamc/yang_tree_data.h>
@@ -313,6 +314,25 @@ TEST_F(LoadModule, OfADirectoryWithABadFileFailsButKeepsTheGoodOnes) {
     EXPECT_EQ(log.count(3, "Parse file 'b.yang' unsuccessful."), 1);
     EXPECT_EQ(zam_module_load(), 0);
     EXPECT_TRUE(has_leaf("a") && has_leaf("c") && builtins_are_usable());
+}
+
+TEST_F(LoadModule, OfADirectoryNamesEachFileThatCannotBeReadAndWaitsForNone) {
+    ASSERT_EQ(mkfifo(dir_.path("fifo.yang").c_str(), 0600), 0);
+    std::filesystem::create_symlink("nowhere", dir_.path("link.yang"));
+    std::filesystem::create_directory(dir_.path("folder.yang"));
+    dir_.write("good.yang", yang("good"));
+    const DescriptorCheck descriptors;
+    LogCapture log;
+    EXPECT_EQ(load(nullptr), -1);
+    for (const char *name : {"fifo.yang", "link.yang", "folder.yang"})
+        EXPECT_TRUE(log.mentions(dir_.path(name))) << log.all();
+    EXPECT_EQ(log.count(3, not_loaded("(null)")), 1);
+    EXPECT_TRUE(has_leaf("good") && builtins_are_usable());
+    for (const char *name : {"fifo", "link", "folder"}) {
+        EXPECT_EQ(load(name), -1);
+        EXPECT_EQ(log.count(3, not_loaded(name)), 1);
+    }
+    EXPECT_TRUE(has_leaf("good") && builtins_are_usable());
 }
 
 TEST_F(LoadModule, OfADirectorySkipsTheModulesOfTheLibrary) {

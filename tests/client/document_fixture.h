@@ -31,6 +31,8 @@ module test-doc {
     leaf-list tag { type string; }
     leaf-list colors { type enumeration { enum red { value 1; } enum green { value 5; } } }
     leaf-list flags { type boolean; }
+    leaf-list kinds { type identityref { base kind; } }
+    leaf-list sizes { type uint8; }
     list item {
       key id;
       leaf id { type string; }

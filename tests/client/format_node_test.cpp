@@ -70,6 +70,70 @@ TEST_F(Edit, ANumberStandsForABooleanInXml) {
                          box_xml("<flags" + operation_xml("merge") + ">false</flags>"));
 }
 
+TEST_F(Edit, ANumberStandsForABooleanOfALeafList) {
+    EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/flags", "%d", 1), 0);
+    EXPECT_EQ(json(), box(R"("flags":[true],"@flags":[)" + merge + "]"));
+    make();
+    EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/flags[.='false']", "%d", 0), 0);
+    EXPECT_EQ(json(), box(R"("flags":[false],"@flags":[)" + merge + "]"));
+    make();
+    EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/flags", "%d", 2), -1);
+    EXPECT_EQ(log.count(3, "Schema node flags value 2 not found."), 1);
+    EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/flags[.='false']", "%d", 1), -1);
+    EXPECT_EQ(zamc_format_doc(doc, 2), nullptr);
+}
+
+TEST_F(Edit, APathThatNamesAValueOfALeafListNeedsNoOther) {
+    for (const uint32_t format : {1u, 2u}) {
+        for (const auto &[path, members] :
+             {std::pair{"sizes[.='5']", R"("sizes":[5],"@sizes":[)"},
+              std::pair{"tag[.='a b']", R"("tag":["a b"],"@tag":[)"},
+              std::pair{"flags[.='true']", R"("flags":[true],"@flags":[)"},
+              std::pair{"kinds[.='round']", R"("kinds":["test-doc:round"],"@kinds":[)"}}) {
+            make(format);
+            ASSERT_EQ(zamc_change_dir(doc, "/test-doc:box"), 0);
+            EXPECT_EQ(zamc_new_node(doc, path, nullptr), 0) << path;
+            EXPECT_EQ(json(), box(members + merge + "]"));
+            EXPECT_EQ(zamc_node_is_present(doc, path), 1) << path;
+        }
+    }
+}
+
+// Arrays of numbers are not spliced, and no value is taken for an array.
+TEST_F(Edit, AValueOfALeafListIsGivenAsAnArrayOfTextsOrAsAnElement) {
+    for (const char *value : {"a", "\"a\"", "[5]"}) {
+        EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/tag[.='a']", "%s", value), -1) << value;
+        EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/sizes", "%s", value), -1) << value;
+    }
+    EXPECT_EQ(log.count(3, "Build complete message unsuccessful, path(/test-doc:box/tag[.='a'])."), 3);
+    make(1);
+    for (const char *path : {"/test-doc:box/size", "/test-doc:box/tag", "/test-doc:box/item[id='1']/value"}) {
+        EXPECT_EQ(zamc_new_node(doc, path, "%s", "5"), -1) << path;
+        EXPECT_EQ(log.count(3, std::string{"Build new node not successful, path "} + path + "."), 1);
+    }
+    EXPECT_EQ(zamc_format_doc(doc, 2), nullptr);
+}
+
+TEST_F(Edit, AnIdentityOfALeafListIsFoundWithAndWithoutItsModule) {
+    for (const char *path : {"/test-doc:box/kinds[.='round']", "/test-doc:box/kinds[.='test-doc:round']"}) {
+        make();
+        EXPECT_EQ(zamc_del_node(doc, path), 0) << path;
+        EXPECT_EQ(json(), box(R"("kinds":["test-doc:round"],"@kinds":[)" + remove + "]"));
+        EXPECT_EQ(operation("/test-doc:box/kinds[.='round']"), "delete");
+    }
+    make();
+    EXPECT_EQ(zamc_del_node(doc, "/test-doc:box/kinds[.='square']"), -1);
+    EXPECT_EQ(zamc_format_doc(doc, 2), nullptr);
+}
+
+// What stands between the tags is the value: nothing is resolved, and nothing needs to be.
+TEST_F(Edit, TheTextOfAnElementStandsAsItIs) {
+    make(1);
+    EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/name", "<name>%s</name>", "1 < 2 & \"3\" &lt; 4"), 0);
+    EXPECT_EQ(text(zamc_node_content(doc, "/test-doc:box/name")), "1 < 2 & \"3\" &lt; 4");
+    EXPECT_EQ(xml(), box_xml("<name" + operation_xml("merge") + ">1 &lt; 2 &amp; \"3\" &amp;lt; 4</name>"));
+}
+
 TEST_F(Edit, AValueIsFormatted) {
     EXPECT_EQ(zamc_new_node(doc, "/test-doc:box/name", "%s-%03d \"%c\"", "a", 7, 'z'), 0);
     EXPECT_EQ(json(), box(R"("name":"a-007 \"z\"","@name":)" + merge));
