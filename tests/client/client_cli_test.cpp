@@ -1,12 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Copyright the zamc authors
-#include <filesystem>
-
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include "client/client_ctx_internal.h"
 #include "client_fixture.h"
 
@@ -15,10 +8,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-bool is_open(int fd) {
-    return fcntl(fd, F_GETFD) >= 0;
-}
 
 class CliPrintf : public ConnectedTest {
 protected:
@@ -87,60 +76,6 @@ TEST_F(CliPrintf, EachAllocationThatFailsHasItsResult) {
 
 TEST_F(ClientTest, NothingIsPrintedWithoutAConnection) {
     EXPECT_EQ(zamc_cli_printf(client, "x"), -1);
-}
-
-// Listens where the terminal service of an instance would.
-class Terminal {
-public:
-    explicit Terminal(const std::string &instance) : path_{"/run/palmet/termd" + instance + ".sock"} {
-        std::error_code failure;
-        made_folder_ = std::filesystem::create_directory("/run/palmet", failure);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path_.copy(address.sun_path, sizeof address.sun_path - 1);
-        fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        listening_ = !std::filesystem::exists(path_, failure) &&
-                     bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 && listen(fd_, 1) == 0;
-    }
-    ~Terminal() {
-        close(fd_);
-        if (listening_) unlink(path_.c_str());
-        if (made_folder_) rmdir("/run/palmet");
-    }
-    Terminal(const Terminal &) = delete;
-    Terminal &operator=(const Terminal &) = delete;
-    bool listening() const { return listening_; }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-    bool made_folder_ = false;
-    bool listening_ = false;
-};
-
-TEST(Terminals, AnInstanceIsReachedUnderItsNumber) {
-    const DescriptorCheck descriptors;
-    for (const uint32_t instance : {3u, 4294967295u}) {
-        const Terminal terminal{std::to_string(instance)};
-        if (!terminal.listening()) GTEST_SKIP() << "no right to listen below /run";
-        const int32_t fd = zamc_borrow_tty(instance);
-        ASSERT_GE(fd, 1);
-        EXPECT_TRUE(is_open(fd));
-        zamc_return_tty(fd);
-        EXPECT_FALSE(is_open(fd));
-    }
-}
-
-TEST(Terminals, AnInstanceThatIsNotThereCannotBeBorrowed) {
-    const DescriptorCheck descriptors;
-    EXPECT_EQ(zamc_borrow_tty(4294967294u), -1);
-}
-
-TEST(Terminals, ReturningZeroLeavesStandardInputOpen) {
-    const bool was_open = is_open(0);
-    zamc_return_tty(0);
-    EXPECT_EQ(is_open(0), was_open);
-    zamc_return_tty(-1);
 }
 
 } // namespace
