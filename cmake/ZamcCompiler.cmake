@@ -35,6 +35,7 @@ endif()
 add_library(zamc_harden INTERFACE)
 if(NOT ZAMC_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_options(zamc_harden INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    target_link_options(zamc_harden INTERFACE -Wl,-z,relro,-z,now)
 endif()
 
 # The library itself does without exceptions, RTTI and the C++ runtime library.

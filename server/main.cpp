@@ -12,6 +12,7 @@
 #include "modules.h"
 #include "options.h"
 #include "server.h"
+#include "service.h"
 #include "store.h"
 
 namespace {
@@ -79,6 +80,9 @@ int main(int argc, char **argv) {
     if (auto listening = server.listen(options.listen); !listening)
         return _fail(listening.error().message, zamd::exit_bad_start);
     _say_ready(options.listen);
-    if (auto served = server.run(); !served) return _fail(served.error().message, zamd::exit_failed);
+    zamd::tell_ready();
+    auto served = server.run();
+    zamd::tell_stopping();
+    if (!served) return _fail(served.error().message, zamd::exit_failed);
     return zamd::exit_clean;
 }

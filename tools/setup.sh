@@ -30,3 +30,7 @@ setup_packages() {
 build_packages=(g++ cmake ninja-build pkg-config libyang2-dev libxml2-dev libcli11-dev)
 # The real models of demo and tests.
 model_packages=(libyuma-base)
+# What packages take beyond that, and the fresh system that they are tried in.
+package_packages=(libsystemd-dev dpkg-dev file lintian debootstrap)
+# What the checks of the documentation take: its sessions and exchanges, the reference, and an example in libuv's loop.
+docs_packages=(python3 doxygen libuv1-dev)

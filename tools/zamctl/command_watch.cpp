@@ -55,7 +55,7 @@ int32_t on_change(zamc_client *client, uint32_t mask, uint32_t priority, int32_t
     std::cout << name_of(changes, mask) << ' ' << target << " (scene " << name_of(scenes, mask) << ", priority "
               << priority << (list_more ? ", more to come" : "") << ")\n";
     zamc_bytes *difference = nullptr;
-    if ((mask & ZAMC_SCENE_CFGR) == 0 && zamc_diff(client, target, -1, &difference) == 0 && difference) {
+    if (zamc_diff(client, target, -1, &difference) == 0 && difference) {
         print_data({difference->data, static_cast<size_t>(difference->length)}, difference->format);
     }
     zamc_free_bytes(difference);

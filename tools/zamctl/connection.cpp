@@ -102,6 +102,7 @@ Connection::Connection(const Options &options, const char *name) : options_{opti
 
 bool Connection::turn(int timeout_ms) {
     if (zamc_run(client(), 0) != 0) return false;
+    if (reply_.arrived) return true; // nothing more needs to come
     pollfd wait{fd_, POLLIN, 0};
     if (poll(&wait, 1, timeout_ms) <= 0) return true;
     return zamc_run(client(), 0) == 0;

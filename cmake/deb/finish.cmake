@@ -1,0 +1,22 @@
+# Run by cpack in each package's staging folder: what Debian wants of every package, and an installation by hand does
+# not need.
+function(compress file)
+    execute_process(COMMAND gzip -9 -n ${file} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+file(GLOB stages ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    set(stage ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component})
+    if(NOT IS_DIRECTORY ${stage})
+        message(FATAL_ERROR "no staging folder of ${component}; there are: ${stages}")
+    endif()
+    set(documents ${stage}${CPACK_ZAMC_DOCDIR}/${component})
+    file(MAKE_DIRECTORY ${documents})
+    configure_file(${CPACK_ZAMC_DEB_SOURCE}/copyright ${documents}/copyright COPYONLY)
+    configure_file(${CPACK_ZAMC_DEB_SOURCE}/changelog ${documents}/changelog.Debian COPYONLY)
+    compress(${documents}/changelog.Debian)
+    file(GLOB manuals ${stage}${CPACK_ZAMC_MANDIR}/man*/*.[1-9])
+    foreach(manual IN LISTS manuals)
+        compress(${manual})
+    endforeach()
+endforeach()
