@@ -223,6 +223,10 @@ int32_t _on_message_receive(zam_proactor *, uint32_t, void *para) {
 
 namespace {
 
+// Handlers that each run the client would handle any number of waiting frames inside each other; from this depth on,
+// what has arrived is left to the runs below.
+constexpr uint32_t deepest_takeover = 32;
+
 // Whether there is a server to wait for, after the callers of requests that it left unanswered have been told.
 bool _is_connected(zamc_client *client) {
     if (zam_connector_closed(client->connector)) end_exchanges(client);
@@ -241,7 +245,7 @@ void _dispatch_events(zam_proactor *proactor) {
 int32_t _run(zamc_client *client, int32_t timeout_ms) {
     // Frames may be there that nothing will wake us for: those put back by a synchronous call, and those that arrived
     // together with the one whose handler has called us.
-    if (_is_connected(client)) _receive(client);
+    if (_is_connected(client) && client->run_depth <= deepest_takeover) _receive(client);
     while (_is_connected(client)) {
         const uint32_t connection = client->connection;
         zam_trigger *trigger = zam_proactor_wait(client->proactor, timeout_ms);

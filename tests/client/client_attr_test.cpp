@@ -266,6 +266,15 @@ TEST_P(AnnouncedAttributes, AChangeWhileUnconnectedIsKeptForTheNextConnection) {
     EXPECT_EQ(registrations()[1], expected());
 }
 
+TEST_P(AnnouncedAttributes, AChangeAfterTheServerWentIsKeptForTheNextConnection) {
+    peer.drop_connection();
+    EXPECT_EQ(zamc_run(client, 10000), -1);
+    EXPECT_EQ(change(), 0);
+    connect();
+    ASSERT_EQ(registrations().size(), 2u);
+    EXPECT_EQ(registrations()[1], expected());
+}
+
 class LocalAttributes : public ConnectedTest {};
 
 TEST_F(LocalAttributes, AChangeThatTheServerNeedNotKnowSendsNothing) {

@@ -151,6 +151,14 @@ TEST_F(Data, APullOfManyEntriesIsComplete) {
     EXPECT_EQ(out, list);
 }
 
+TEST_F(Data, APullWhoseDataIsNotWellFormedOrNotAloneIsAFailure) {
+    for (const char *data : {R"({"text":})", R"({"text":"x"},"more":{"text":"y"})", R"({"text":[[1]]})", "7", "[{}]"}) {
+        answer(pulled(data));
+        EXPECT_EQ(pull("/test-main:top/text"), -1) << data;
+        EXPECT_EQ(out, "(null)") << data;
+    }
+}
+
 TEST_F(Data, APullInXmlReturnsTheElements) {
     use_xml();
     answer(xml("pull", R"(<entity>/</entity><data><top xmlns="urn:test:main"><text>a &lt; é</text></top></data>)"), 1);

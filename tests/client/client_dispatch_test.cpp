@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Copyright the zamc authors
+#include <algorithm>
 #include <random>
 
 #include "client/client_ctx_internal.h"
@@ -416,6 +417,64 @@ TEST_F(Dispatch, AMessageCallbackMayRunTheClientAgain) {
     };
     arrive({other("a")});
     run_until_calls(handler, 2);
+    EXPECT_THAT(handler.calls, ElementsAre("message 2 2 a", "message 2 2 b"));
+}
+
+TEST_F(Dispatch, ARunInsideACallbackHandlesWhatArrivedTogetherWithItsFrame) {
+    receive_messages();
+    handler.act = [this](zamc_client *owner) {
+        if (handler.calls.size() == 1) {
+            EXPECT_EQ(zamc_run(owner, 0), 0);
+            EXPECT_EQ(handler.calls.size(), 3u);
+        }
+        return 0;
+    };
+    arrive({other("a"), publish(30, "/b"), other("c")});
+    run_until_calls(handler, 1);
+    EXPECT_THAT(handler.calls, ElementsAre("message 2 2 a", "config 129 5 0 /b", "message 2 2 c"));
+    EXPECT_EQ(zamc_run(client, idle_ms), 0);
+    EXPECT_EQ(handler.calls.size(), 3u) << "each is handled once";
+}
+
+TEST_F(Dispatch, CallbacksThatAllRunTheClientDoNotPileUpOnTheStack) {
+    receive_messages();
+    int depth = 0;
+    int deepest = 0;
+    handler.act = [&](zamc_client *owner) {
+        deepest = std::max(deepest, ++depth);
+        EXPECT_EQ(zamc_run(owner, 0), 0);
+        --depth;
+        return 0;
+    };
+    constexpr size_t many = 2000;
+    std::vector<Frame> frames;
+    std::vector<std::string> expected;
+    for (size_t i = 0; i < many; ++i) {
+        frames.push_back(other(std::to_string(i)));
+        expected.push_back("message 2 2 " + std::to_string(i));
+    }
+    zamc_bytes *answer = nullptr; // all are there before the first is handled
+    peer.answer_with([&](const Frame &frame) {
+        auto all = frames;
+        all.push_back(Peer::reply_to(frame));
+        return frame.kind == Kind::request ? all : std::vector<Frame>{};
+    });
+    EXPECT_EQ(zamc_send_rpc_sync(client, Payload{"ask"}, &answer, 10000), 0);
+    EXPECT_EQ(zamc_run(client, 0), 0);
+    EXPECT_EQ(handler.calls, expected);
+    EXPECT_EQ(deepest, 32);
+}
+
+TEST_F(Dispatch, ARunWithoutPatienceHandlesWhatASynchronousCallPutBack) {
+    receive_messages();
+    peer.answer_with([](const Frame &frame) {
+        if (frame.kind != Kind::request) return std::vector<Frame>{}; // no echo either
+        return std::vector<Frame>{other("a"), Peer::reply_to(frame), other("b")};
+    });
+    zamc_bytes *answer = nullptr;
+    EXPECT_EQ(zamc_send_rpc_sync(client, Payload{"ask"}, &answer, 10000), 0);
+    EXPECT_THAT(handler.calls, IsEmpty());
+    EXPECT_EQ(zamc_run(client, 0), 0);
     EXPECT_THAT(handler.calls, ElementsAre("message 2 2 a", "message 2 2 b"));
 }
 

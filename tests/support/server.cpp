@@ -100,11 +100,11 @@ void Server::start() {
         _exit(127);
     }
     close(out[1]);
-    const std::string line = _read_line(out[0], start_deadline_ms);
+    announcement_ = _read_line(out[0], start_deadline_ms);
     close(out[0]);
-    if (line.find("ready") == std::string::npos) {
+    if (announcement_.find("ready") == std::string::npos) {
         const int status = stop();
-        throw std::runtime_error{"zamd did not start: \"" + line + "\", status " + std::to_string(status)};
+        throw std::runtime_error{"zamd did not start: \"" + announcement_ + "\", status " + std::to_string(status)};
     }
 }
 

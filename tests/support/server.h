@@ -31,6 +31,7 @@ public:
     pid_t pid() const { return pid_; }
     std::string log() const { return read_file(dir_.path("log")); }
     const TempDir &dir() const { return dir_; }
+    const std::string &announcement() const { return announcement_; } // its first line on stdout
 
     void start();
     int stop();  // SIGTERM; the exit status
@@ -42,6 +43,7 @@ private:
     TempDir dir_;
     Options options_;
     pid_t pid_ = -1;
+    std::string announcement_;
 };
 
 struct ProcessResult {
