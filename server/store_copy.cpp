@@ -66,6 +66,25 @@ lyd_node *_copy_above(const lyd_node *node, Tree &tree) {
     return copy;
 }
 
+// The first node at the place; `first` becomes the first of its siblings.
+lyd_node *_find(lyd_node *&first, const Place &place) {
+    lyd_node *node = nullptr;
+    for (const Step &step : place.steps()) {
+        if (node) first = lyd_child(node);
+        node = find_step(first, step);
+        if (!node) break;
+    }
+    return node;
+}
+
+// The last entry of the list or leaf-list that `node` is the first one of, often the last sibling of all.
+lyd_node *_last_entry(lyd_node *node, const lyd_node *first) {
+    if (first->prev->schema == node->schema) return first->prev;
+    while (node->next && node->next->schema == node->schema)
+        node = node->next;
+    return node;
+}
+
 } // namespace
 
 Result<void> needs_keys_above(const Place &place) {
@@ -76,13 +95,7 @@ Result<void> needs_keys_above(const Place &place) {
 
 std::vector<lyd_node *> select(lyd_node *first, const Place &place) {
     std::vector<lyd_node *> nodes;
-    lyd_node *node = nullptr;
-    for (const Step &step : place.steps()) {
-        node = find_step(first, step);
-        if (!node) return nodes;
-        first = lyd_child(node);
-    }
-    for (; node && node->schema == place.schema(); node = node->next) {
+    for (lyd_node *node = _find(first, place); node && node->schema == place.schema(); node = node->next) {
         nodes.push_back(node);
         if (!place.is_all_entries()) break;
     }
@@ -137,10 +150,11 @@ Result<Text> print_siblings(const lyd_node *first, Format format, bool empty_too
     return owner;
 }
 
-Result<Text> print_nodes(const std::vector<lyd_node *> &nodes, Format format) {
-    if (nodes.empty()) return print_siblings(nullptr, format, false);
-    LastSibling last(nodes.back());
-    return print_siblings(nodes.front(), format, false);
+Result<Text> print_selected(lyd_node *first, const Place &place, Format format) {
+    lyd_node *node = _find(first, place);
+    if (!node) return print_siblings(nullptr, format, false);
+    LastSibling last(place.is_all_entries() ? _last_entry(node, first) : node);
+    return print_siblings(node, format, false);
 }
 
 bool TopLevel::insert(lyd_node *node) {

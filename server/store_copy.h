@@ -26,8 +26,8 @@ Result<Tree> copy_nodes(const std::vector<lyd_node *> &nodes, int32_t depth);
 
 // Prints these siblings from `first` on, without blanks. Containers that hold nothing are printed if `empty_too`.
 Result<Text> print_siblings(const lyd_node *first, Format format, bool empty_too);
-// Prints adjacent siblings and nothing after the last of them, straight from their tree.
-Result<Text> print_nodes(const std::vector<lyd_node *> &nodes, Format format);
+// Prints the nodes that select() finds, and nothing else, straight from their tree.
+Result<Text> print_selected(lyd_node *first, const Place &place, Format format);
 
 // Inserts nodes at the top of a tree. libyang walks the whole top level for each; here the entries of one list that
 // come one after the other are linked behind each other at once.

@@ -31,7 +31,7 @@ void _collect(const lyd_node *first, const std::vector<Step> &steps, std::size_t
 
 Result<Text> _print(lyd_node *first, const Place &place, int32_t depth, Format format) {
     if (depth <= 0 && place.is_root()) return print_siblings(first, format, false);
-    if (depth <= 0) return print_nodes(select(first, place), format);
+    if (depth <= 0) return print_selected(first, place, format);
     std::vector<lyd_node *> nodes = select(first, place);
     if (place.is_root()) {
         for (lyd_node *node = first; node; node = node->next)

@@ -18,6 +18,7 @@
 
 #include "client/client_internal.h"
 #include "platform/bounded.h"
+#include "yang/yang_wrap_internal.h"
 
 namespace zam::client {
 
@@ -153,10 +154,14 @@ bool _is_ok(const zamc_bytes *reply) {
     return reply->length == 0 || ok_text == std::string_view{reply->data, static_cast<uint32_t>(reply->length)};
 }
 
+// The data of a pull is taken from the text in JSON, so libyang is spared it: entries of a list stand there without
+// what is above them, and over such nodes it takes quadratic time.
 yang::owned_tree _parse_rpc_reply(const zamc_bytes *reply) {
     const ly_ctx *ctx = zam_clients_schema_ctx();
     if (!ctx) return nullptr;
-    return yang::owned_tree{zam_lyd_parse_op(ctx, reply->data, to_lyd_format(reply->format), LYD_TYPE_REPLY_YANG)};
+    const runtime::owned_text brief{reply->format == ZAM_ENCODE_JSON ? yang::without_pull_data(reply->data) : nullptr};
+    const char *text = brief ? brief.get() : reply->data;
+    return yang::owned_tree{zam_lyd_parse_op(ctx, text, to_lyd_format(reply->format), LYD_TYPE_REPLY_YANG)};
 }
 
 // Calls and frees the records of a list of the caller's own; the last one gets `reply`, the others are lost.

@@ -173,6 +173,7 @@ void _escape_siblings(json_escapes &escapes, lyd_node *first) {
     for (lyd_node *node = first; node != nullptr && escapes.complete; node = node->next) {
         if (node->schema != nullptr) {
             previous = nullptr;
+            if ((node->schema->nodetype & LYD_NODE_TERM) != 0) continue; // nearly all of a large tree
         } else {
             const char **const slot = &_opaque(node)->name.name;
             const char *const name = *slot;

@@ -51,6 +51,14 @@ size_t _utf8_length(const char *at, const char *end) {
     return 0;
 }
 
+// What stands for itself in a string, with one byte.
+constexpr std::array<bool, 256> plain_characters = [] {
+    std::array<bool, 256> plain{};
+    for (size_t c = 0x20; c < 0x80; c++)
+        plain[c] = c != '"' && c != '\\';
+    return plain;
+}();
+
 enum class kind : char { object, array, null, scalar };
 
 // A part of the text, for records that there are many of.
@@ -196,6 +204,10 @@ private:
 
     bool _string() {
         for (at++; at != end;) {
+            if (plain_characters[static_cast<unsigned char>(*at)]) {
+                at++; // nearly all of a long text
+                continue;
+            }
             if (*at == '"') {
                 at++;
                 return true;

@@ -87,6 +87,12 @@ bool _reply_data(string_view reply, string_view &data) {
     return _cut(data, 2) && data != "{}"; // without the braces of the operation and of the reply
 }
 
+bool _is_harmless_object(string_view text) {
+    if (!starts_with(text, "{")) return false;
+    const json_scan scan = scan_json(text);
+    return scan.well_formed && !scan.nested_arrays && !scan.harm;
+}
+
 char *_unescaped_copy(string_view body) {
     auto *text = static_cast<char *>(zam_calloc(1, static_cast<uint32_t>(body.size()) + 1));
     if (text) _escape_json_str(text, body);
@@ -147,6 +153,16 @@ int32_t get_value(const char *path, const char *json, char **value) {
     *value = !whole && starts_with(found, "\"") ? _unescaped_copy(text_from(found, 1))
                                                 : zam_strndup(found.data(), static_cast<uint32_t>(found.size()));
     return *value ? 0 : -1;
+}
+
+char *without_pull_data(const char *reply) {
+    string_view data;
+    if (!starts_with(reply, R"({"orvel-zam-server:pull":{)") || !_reply_data(reply, data)) return nullptr;
+    const string_view rest = text_from(data, data.size());
+    if (string_view{rest.data()} != "}}" || !_is_harmless_object(data)) return nullptr;
+    char *text = nullptr;
+    const int before = static_cast<int>(data.data() - reply);
+    return zam_asprintf(&text, "%.*s{}}}", before, reply) < 0 ? nullptr : text;
 }
 
 char *_find_name(const char *path) {

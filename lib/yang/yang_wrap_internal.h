@@ -51,6 +51,10 @@ char *_find_name(const char *path);
 // null; -1 when memory ran out, so that "no data" and "no memory" stay apart.
 int32_t get_value(const char *path, const char *json, char **value);
 
+// A pull reply with an empty object in place of its data; released with zam_free. Null when the reply has another shape
+// than the server prints, no data, or data that libyang must not be given; null without memory.
+char *without_pull_data(const char *reply);
+
 // Fills a new rpc-error with its leaves; 0, or -1 after the message of the leaf that failed.
 int32_t _create_error_entry(lyd_node *error, const char *type, const char *tag, const char *app_tag, const char *path,
                             const char *format, va_list args) ZAM_PRINTF(6, 0);

@@ -124,6 +124,33 @@ TEST(ReplyValue, NoDataAndNoMemoryAreToldApart) {
     }
 }
 
+TEST(PullWithoutData, AnEmptyObjectStandsInItsPlace) {
+    EXPECT_EQ(take(without_pull_data(reply(R"({"m:b":[{"k":"}}"},{"k":"2"}]})").c_str())), reply("{}"));
+    EXPECT_EQ(take(without_pull_data(reply(R"({"data":{"data":{}}})").c_str())), reply("{}"));
+}
+
+TEST(PullWithoutData, AReplyOfAnotherShapeIsLeftToTheParser) {
+    for (const std::string &text : {
+             reply("{}"),
+             reply("[1]"),
+             reply("7"),
+             reply(R"({"m:b":)"),
+             reply(R"({"m:b":1},"more":{"m:c":2})"),
+             reply(R"({"m:b":1})") + " ",
+             reply(R"({"m:b":1})") + "}",
+             std::string{R"({"orvel-zam-server:pull":{"entity":"/m:a"}})"},
+             std::string{R"({"orvel-zam-server:pull":{"x":{"data":{"m:b":1}}}})"},
+             std::string{R"({"orvel-zam-server:push":{"data":{"m:b":1}}})"},
+             std::string{},
+         })
+        EXPECT_EQ(without_pull_data(text.c_str()), nullptr) << text;
+}
+
+TEST(PullWithoutData, DataThatLibyangMustNotBeGivenIsLeftToTheGuards) {
+    EXPECT_EQ(without_pull_data(reply(R"({"m:b":[[1]]})").c_str()), nullptr);
+    EXPECT_EQ(without_pull_data(reply(R"({"m:b":1e9999})").c_str()), nullptr);
+}
+
 TEST(JsonString, EscapesAreUndone) {
     EXPECT_EQ(unescaped(R"(a\bb\fc\nd\re\tf)"), "a\bb\fc\nd\re\tf");
     EXPECT_EQ(unescaped(R"(\"\\\/)"), "\"\\/");
