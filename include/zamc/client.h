@@ -245,8 +245,10 @@ int32_t zamc_consistency_check(zamc_client *client, bool *consistent);
 /**
  * @name Requests to the server
  *
- * A request is an RPC, printed by the caller in JSON or XML, sent as a frame with a number of its own. The replies come
- * in the order of the requests.
+ * A request is an RPC, printed by the caller in JSON or XML, sent as a frame with a number of its own. Replies are
+ * taken to come in the order of the requests: an asynchronous request that is still open when the reply to a later
+ * asynchronous one arrives counts as lost. A server that goes on reading while a push or an operation waits for others
+ * answers out of that order, so let the callback of such a request run before you send the next asynchronous one.
  *
  * A payload is read during the call only. One whose length is negative, or whose data is null although its length is
  * not 0, is refused with -3. Its format goes onto the wire as it is and need not be the client's encoding.

@@ -42,6 +42,7 @@ int32_t zam_job_init(zam_proactor *proactor, zam_registry *registry, uint32_t th
 /**
  * Submits a job.
  *
+ * @param arg Handed to both functions, the submitter's.
  * @param work Runs first; may be null.
  * @param done Runs after it, on the proactor's thread; may be null.
  * @return 0, or -1 when there is no memory for the job. Without workers a job whose event cannot be queued is dropped:

@@ -21,9 +21,11 @@
 extern "C" {
 #endif
 
+/** A listening socket that a proactor watches. */
 typedef struct zam_listener zam_listener;
 
 /**
+ * Watches a listening socket.
  * @param proactor Not owned; has to outlive the listener.
  * @param fd       A listening socket, such as zam_socket_listen returns, made non-blocking. Owned on success, still the
  *                 caller's on failure.
@@ -31,7 +33,11 @@ typedef struct zam_listener zam_listener;
  */
 zam_listener *zam_listener_new(zam_proactor *proactor, int32_t fd);
 
-/** Frees a listener and its queued close event, and closes its socket. Allowed in handlers. Null is ignored. */
+/**
+ * Frees a listener and its queued close event, and closes its socket. Allowed in handlers. Null is ignored.
+ *
+ * @param listener Not to be used any more.
+ */
 void zam_listener_free(zam_listener *listener);
 
 #ifdef __cplusplus

@@ -63,7 +63,11 @@ typedef struct zam_log_cfg {
  */
 zam_log_cfg *zam_log_config(int32_t level, zam_log_output output);
 
-/** The configured level. */
+/**
+ * Reads the level.
+ *
+ * @return 0 to 7, as configured
+ */
 int32_t zam_get_log_level(void);
 
 /**
@@ -72,6 +76,8 @@ int32_t zam_get_log_level(void);
  * The line is at most 1023 bytes long, the level's name included; the rest is cut. Nothing is allocated and errno stays
  * as it is. A negative level is always logged, under the name of level 0.
  *
+ * @param level   of enum zam_log_level
+ * @param format  printf format of the message, which ends in one newline
  * @return the output function's result, that of fputs() for standard output, or 0 for a message that is dropped
  */
 int zam_log_printf(int level, const char *format, ...) ZAM_PRINTF(2, 3);
@@ -111,7 +117,8 @@ void zam_open_log_file(const char *path);
  * that holds more than one plain "%s" the text is written as it stands. A text of more than 1024 bytes is left out;
  * only its time stamp is written.
  *
- * @param level  not used, the text names it
+ * @param level   not used, the text names it
+ * @param format  "%s" for the text that follows
  * @return 0, or the error number of the mutex
  */
 int zam_write_log_file(int level, const char *format, ...) ZAM_PRINTF(2, 3);

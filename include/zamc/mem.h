@@ -40,7 +40,7 @@ typedef void (*zam_free_fn)(void *block);
 typedef struct zam_mem_funs {
     zam_malloc_fn allocate;        /**< also serves the text functions below */
     zam_calloc_fn allocate_zeroed; /**< when null, zeroed blocks come from `allocate` and are cleared */
-    zam_free_fn release;
+    zam_free_fn release;           /**< takes back what the other two gave */
 } zam_mem_funs;
 
 /** The hooks in force; all null until zam_mem_init() or the application sets them. */
@@ -60,6 +60,9 @@ int32_t zam_mem_init(const zam_mem_funs *funs);
 /**
  * Allocates a block of `size` bytes, not initialised.
  *
+ * @param size  in bytes
+ * @param file  where the caller is, for the hook
+ * @param line  the line there
  * @return the block, or null; then "Malloc %d bytes unsuccessful.\n" has been logged at level 3
  */
 void *zam_malloc_f(uint32_t size, const char *file, uint32_t line);
@@ -70,17 +73,28 @@ void *zam_malloc_f(uint32_t size, const char *file, uint32_t line);
  * Without an `allocate_zeroed` hook the block comes from zam_malloc_f(), under this module's own file and line. A
  * product beyond 32 bits fails there as a lack of memory does.
  *
+ * @param count  of elements
+ * @param size   of one, in bytes
+ * @param file   where the caller is, for the hook
+ * @param line   the line there
  * @return the block, or null, which has been logged at level 3: "Calloc %d bytes unsuccessful.\n" with the size of one
  *         element, or zam_malloc_f()'s message
  */
 void *zam_calloc_f(uint32_t count, uint32_t size, const char *file, uint32_t line);
 
-/** Releases a block of these functions. Null is ignored. */
+/**
+ * Releases a block of these functions. Null is ignored.
+ *
+ * @param block  not to be used any more
+ */
 void zam_free(void *block);
 
 /**
  * Copies a text.
  *
+ * @param text  ended by a NUL; may be null
+ * @param file  where the caller is, for the hook
+ * @param line  the line there
  * @return the copy, to be released with zam_free(); null for a null text or when there is no memory
  */
 char *zam_strdup_f(const char *text, const char *file, uint32_t line);
@@ -90,6 +104,10 @@ char *zam_strdup_f(const char *text, const char *file, uint32_t line);
  *
  * With an `allocate` hook the block always has `length` + 1 bytes, also for a shorter text.
  *
+ * @param text    may be null
+ * @param length  in bytes, without the terminator of the copy
+ * @param file    where the caller is, for the hook
+ * @param line    the line there
  * @return the copy, to be released with zam_free(); null for a null text or when there is no memory
  */
 char *zam_strndup_f(const char *text, uint32_t length, const char *file, uint32_t line);
@@ -99,20 +117,31 @@ char *zam_strndup_f(const char *text, uint32_t length, const char *file, uint32_
  *
  * The text lies on the heap that zam_free() serves: with an `allocate` hook it is copied there.
  *
- * @param out   receives the text, to be released with zam_free(), or null on failure
- * @param args  undefined after the call, as with vprintf
+ * @param out     receives the text, to be released with zam_free(), or null on failure
+ * @param format  printf format of the text
+ * @param args    undefined after the call, as with vprintf
  * @return the length of the text in bytes, or -1 for a format that fails, a null argument, or no memory
  */
 int32_t zam_vasprintf(char **out, const char *format, va_list args) ZAM_PRINTF(2, 0);
 
-/** As zam_vasprintf(), with the values as arguments. */
+/**
+ * As zam_vasprintf(), with the values as arguments.
+ *
+ * @param out     as there
+ * @param format  as there
+ * @return as there
+ */
 int32_t zam_asprintf(char **out, const char *format, ...) ZAM_PRINTF(2, 3);
 
 /** @name The allocating functions, attributed to the line that calls them
  * @{ */
+/** zam_malloc_f() */
 #define zam_malloc(size) zam_malloc_f((size), __FILE__, __LINE__)
+/** zam_calloc_f() */
 #define zam_calloc(count, size) zam_calloc_f((count), (size), __FILE__, __LINE__)
+/** zam_strdup_f() */
 #define zam_strdup(text) zam_strdup_f((text), __FILE__, __LINE__)
+/** zam_strndup_f() */
 #define zam_strndup(text, length) zam_strndup_f((text), (length), __FILE__, __LINE__)
 /** @} */
 

@@ -3,6 +3,11 @@
 #ifndef ZAMC_MESSAGE_H
 #define ZAMC_MESSAGE_H
 
+/**
+ * @file
+ * Frames, and the builders of requests and answers.
+ */
+
 #include <stdint.h>
 
 #include <libyang/libyang.h>
@@ -53,13 +58,21 @@ typedef struct zam_message {
 /**
  * Queues a frame on the connector's output, whole or not at all. It is not sent: flush or wake the connector.
  *
+ * @param connector Where to.
  * @param type    One of zam_message_kind but ZAM_MESSAGE_UNTYPED.
+ * @param seq The sequence number.
  * @param message Borrowed for the call. Without length the data may be null.
  * @return 0, or -1 for any other type, a null argument or when memory is short.
  */
 int32_t zam_message_push(zam_connector *connector, uint32_t type, uint32_t seq, const zam_message *message);
 
-/** Queues a reply to the request `seq`. @return As zam_message_push. */
+/**
+ * Queues a reply to the request `seq`.
+ * @param connector Where to.
+ * @param seq The request's number.
+ * @param message Borrowed for the call.
+ * @return As zam_message_push.
+ */
 int32_t zam_send_reply(zam_connector *connector, uint32_t seq, const zam_message *message);
 
 /**
@@ -76,28 +89,47 @@ int32_t zam_send_reply(zam_connector *connector, uint32_t seq, const zam_message
  */
 int32_t zam_message_peek(char *data, uint32_t length, zam_message *message);
 
-/** Consumes the frame that zam_message_peek found at the front of the connector's input. The message's data is gone. */
+/**
+ * Consumes the frame that zam_message_peek found at the front of the connector's input. The message's data is gone.
+ *
+ * @param connector Whose input it is at the front of.
+ * @param message As zam_message_peek has filled it.
+ */
 void zam_message_pop(zam_connector *connector, const zam_message *message);
 
-/** @return The sequence number of a found frame; 0 for null. */
+/**
+ * Reads the number in the header in front of the payload.
+ * @param message As zam_message_peek has filled it.
+ * @return The sequence number of a found frame; 0 for null.
+ */
 uint32_t zam_message_seq(const zam_message *message);
 
-/** @return The type of a found frame, one of zam_message_kind; ZAM_MESSAGE_UNTYPED for null. */
+/**
+ * Reads the type in the header in front of the payload.
+ * @param message As zam_message_peek has filled it.
+ * @return The type of a found frame, one of zam_message_kind; ZAM_MESSAGE_UNTYPED for null.
+ */
 uint32_t zam_message_type(const zam_message *message);
 
-/** @return 1 when a found frame has the reply bit and the sequence number `seq`, else 0. */
+/**
+ * Tells whether a frame answers a request.
+ * @param message As zam_message_peek has filled it.
+ * @param seq The request's number.
+ * @return 1 when a found frame has the reply bit and the sequence number `seq`, else 0.
+ */
 int32_t zam_message_is_reply(const zam_message *message, uint32_t seq);
 
 /** @} */
 
-/* Requests and answers as trees */
-
-/*
+/**
+ * @name Requests and answers as trees
+ *
  * One builder for each request of the modules orvel-zam-server and orvel-zam-client. `ctx` is the schema context that
  * holds both (zam_clients_schema_ctx). A builder returns a new tree whose root is the operation, to release with
  * zam_lyd_tree_destroy, or null: then it has logged the node that it could not make, and the step inside it that failed
  * has logged why. Arguments are copied; null for a text that a request needs is such a failure. Builders keep no state
  * and run on any thread.
+ * @{
  */
 
 /** What a client says about itself when it registers. */
@@ -109,18 +141,30 @@ typedef struct zam_register_attrs {
 } zam_register_attrs;
 
 /**
- * The number of a subscription type: "config-change" 0, "status-query" 1, "operation" 2; -1 for null and any other
- * text. Letters must match exactly.
+ * The number of a subscription type. Letters must match exactly.
+ *
+ * @param text May be null.
+ * @return 0 for "config-change", 1 for "status-query", 2 for "operation"; -1 for null and any other text.
  */
 int32_t zam_xlate_subtype_str2enum(const char *text);
 
 /**
- * The name of a push operation: 0 "merge", 1 "replace", 2 "create", 3 "remove", 4 "delete"; "unknown" for any other
- * number. The text is a constant.
+ * The name of a push operation.
+ *
+ * @param operation 0 to 4.
+ * @return "merge", "replace", "create", "remove", "delete" for 0 to 4; "unknown" for any other number. The text is a
+ * constant.
  */
 const char *zam_xlate_edit_enum2str(int32_t operation);
 
-/** The request that opens a session. `name` is the client's; an encode number that the schema does not name fails. */
+/**
+ * The request that opens a session.
+ *
+ * @param name The client's.
+ * @param attrs An encode number that the schema does not name fails.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
+ */
 struct lyd_node *zam_message_build_register(const char *name, const zam_register_attrs *attrs,
                                             const struct ly_ctx *ctx);
 
@@ -130,17 +174,36 @@ struct lyd_node *zam_message_build_register(const char *name, const zam_register
  * the two config-change types send a priority, which must stay below 2^31, and a filter mask, which must hold at least
  * one bit of enum zamc_filter_mask; other bits are ignored. The vector is read without locking.
  *
+ * @param subers Of zam_suber; null holds none.
+ * @param ctx Holds both modules.
  * @return the tree, also when no record waits: then its container `subscriptions` is empty.
  */
 struct lyd_node *zam_message_build_subscribe(const zam_vector *subers, const struct ly_ctx *ctx);
 
-/** As zam_message_build_subscribe, for the records whose status is exactly 0x201, without priv-data. */
+/**
+ * As zam_message_build_subscribe, for the records whose status is exactly 0x201, without priv-data.
+ *
+ * @param subers Of zam_suber; null holds none.
+ * @param ctx Holds both modules.
+ * @return As zam_message_build_subscribe.
+ */
 struct lyd_node *zam_message_build_unsubscribe(const zam_vector *subers, const struct ly_ctx *ctx);
 
-/** The request to start publications: mode "replay" when `replay` is non-zero, else "direct". */
+/**
+ * The request to start publications.
+ *
+ * @param replay Not 0: mode "replay"; 0: "direct".
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
+ */
 struct lyd_node *zam_message_build_activate(int32_t replay, const struct ly_ctx *ctx);
 
-/** The request to stop publications. */
+/**
+ * The request to stop publications.
+ *
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
+ */
 struct lyd_node *zam_message_build_deactivate(const struct ly_ctx *ctx);
 
 /**
@@ -151,6 +214,8 @@ struct lyd_node *zam_message_build_deactivate(const struct ly_ctx *ctx);
  * @param entity the path of the subtree.
  * @param depth levels below the entity, 1 to 65535; -1 for all. 0 is sent as 0, outside the schema's range, for the
  *        server to judge.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
  */
 struct lyd_node *zam_message_build_pull(const char *datastore, int32_t version, const char *entity, int32_t depth,
                                         const struct ly_ctx *ctx);
@@ -163,40 +228,78 @@ struct lyd_node *zam_message_build_pull(const char *datastore, int32_t version, 
  * It can only be printed in JSON.
  *
  * @param datastore as for pull: null means running here too, not the schema's default.
+ * @param entity The path of the subtree.
  * @param operation a name from zam_xlate_edit_enum2str.
  * @param content of format ZAM_ENCODE_XML or ZAM_ENCODE_JSON; null and any other format are refused.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
  */
 struct lyd_node *zam_message_build_push(const char *datastore, const char *entity, const char *operation,
                                         const zamc_bytes *content, const struct ly_ctx *ctx);
 
-/** The request for the change that is being published. Datastore and depth as for pull, but 0 is sent as -1. */
+/**
+ * The request for the change that is being published.
+ *
+ * @param datastore An identity as for pull; null means running.
+ * @param entity The path of the subtree.
+ * @param depth Levels below the entity; -1 for all, and 0 is sent as -1.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
+ */
 struct lyd_node *zam_message_build_diff(const char *datastore, const char *entity, int32_t depth,
                                         const struct ly_ctx *ctx);
 
 /**
- * The request for the neighbours of an entry of a user-ordered list. Datastore as for pull; any `version` but 0 asks
- * for the "last" one.
+ * The request for the neighbours of an entry of a user-ordered list.
+ *
+ * @param datastore An identity as for pull; null means running.
+ * @param version 0 asks for the "current" version, any other number for the "last" one.
+ * @param entity The entry's path.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
  */
 struct lyd_node *zam_message_build_locate(const char *datastore, int32_t version, const char *entity,
                                           const struct ly_ctx *ctx);
 
 /**
- * The request that passes a notification on. `name` is its stream; the data, of format ZAM_ENCODE_XML or
- * ZAM_ENCODE_JSON, stands beside the stream, directly in the operation. JSON goes out byte for byte, without a wrapper.
+ * The request that passes a notification on. The data stands beside the stream, directly in the operation.
+ *
+ * @param name Of the stream.
+ * @param data Of format ZAM_ENCODE_XML or ZAM_ENCODE_JSON. JSON goes out byte for byte, without a wrapper.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
  */
 struct lyd_node *zam_message_build_notify(const char *name, const zamc_bytes *data, const struct ly_ctx *ctx);
 
 /**
- * The answer to a publication. Null and a reply of length 0 make an empty `data`; else the reply's text becomes its
- * content, XML through libyang, JSON byte for byte. A format other than these two gives null without a line.
+ * The answer to a publication.
+ *
+ * @param reply Becomes the content of its `data`, XML through libyang, JSON byte for byte; null and one of length 0
+ * make an empty `data`.
+ * @param ctx Holds both modules.
+ * @return The tree, or null as above, and without a line for a format other than XML and JSON.
  */
 struct lyd_node *zam_message_build_publish_output(const zamc_bytes *reply, const struct ly_ctx *ctx);
 
-/** The notification with a text to display. Null without a line when the text or the context is null. */
+/**
+ * The notification with a text to display.
+ *
+ * @param text For the operator.
+ * @param ctx Holds both modules.
+ * @return The tree, or null as above, and without a line when the text or the context is null.
+ */
 struct lyd_node *zam_message_build_appinfo(const char *text, const struct ly_ctx *ctx);
 
-/** The request whether all that the named client subscribed to has reached it. */
+/**
+ * The request whether all that a client subscribed to has reached it.
+ *
+ * @param name The client's.
+ * @param ctx Holds both modules.
+ * @return The tree, or null, see above.
+ */
 struct lyd_node *zam_message_build_verify_cfg(const char *name, const struct ly_ctx *ctx);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -47,36 +47,48 @@ typedef struct zam_path_node {
 } zam_path_node;
 
 /**
- * Reads the segment that `text` begins with, and adds the number of bytes it takes to `*position` (unless null). The
- * character behind it is not looked at. The node is released with zam_free_path_node().
+ * Reads the segment that a text begins with. The character behind it is not looked at.
  *
- * Null without memory and, after the message of the step that failed, on a syntax error: a character that begins no
- * identifier ("Get identifier from path(%s) unsuccessful."), a key name or a value that cannot be read ("Get key name
- * from path(%s) unsuccessful.", "Get key value from path(%s) unsuccessful."), a predicate that does not end ("Key
- * format incorrect in path(%s)."). The last one also refuses a segment of more than 256 keys: more than any list has,
- * and a bound on the work that one segment can ask for. `*position` is unchanged then.
+ * Syntax errors are logged after the message of the step that failed: a character that begins no identifier ("Get
+ * identifier from path(%s) unsuccessful."), a key name or a value that cannot be read ("Get key name from path(%s)
+ * unsuccessful.", "Get key value from path(%s) unsuccessful."), a predicate that does not end ("Key format incorrect in
+ * path(%s)."). The last one also refuses a segment of more than 256 keys: more than any list has, and a bound on the
+ * work that one segment can ask for.
+ *
+ * @param text      ended by a NUL; may go on behind the segment
+ * @param position  the number of bytes of the segment is added to it; unchanged on failure. May be null
+ * @return the segment, to be released with zam_free_path_node(); null without memory and on a syntax error
  */
 zam_path_node *zam_get_path_node(const char *text, uint32_t *position);
 
-/** Releases a path node and sets the caller's pointer to null. */
+/**
+ * Releases a path node and sets the caller's pointer to null.
+ *
+ * @param node  address of the caller's pointer
+ */
 void zam_free_path_node(zam_path_node **node);
 
 /**
- * The normal form of a path, released with zam_free(): prefixes of segments as written, key names without prefix, key
- * values in double quotes with a backslash before each backslash and double quote. With `keep_keys` 0 the predicates
- * are left out. A trailing slash is kept; "" and "/" are their own normal forms. Null on any error.
+ * The normal form of a path: prefixes of segments as written, key names without prefix, key values in double quotes
+ * with a backslash before each backslash and double quote. A trailing slash is kept; "" and "/" are their own normal
+ * forms.
+ *
+ * @param path       as described above
+ * @param keep_keys  0 leaves the predicates out
+ * @return a new text, to be released with zam_free(); null on any error
  */
 char *zam_format_data_path(const char *path, int32_t keep_keys);
 
 /**
- * As zam_format_data_path() with the keys kept, for a path that holds a "["; any other is copied unchecked. Released
- * with zam_free(); null for null.
+ * As zam_format_data_path() with the keys kept, for a path that holds a "["; any other is copied unchecked.
+ *
+ * @param path  may be null
+ * @return a new text, to be released with zam_free(); null for null and on any error
  */
 char *zam_format_path(const char *path);
 
 /**
- * The schema node that a path leads to, or null. The node belongs to the context and lives until its schema is
- * compiled again.
+ * The schema node that a path leads to.
  *
  * Without `start` the path is absolute: its first character is skipped and its first segment needs a prefix, the name
  * of an implemented module. With `start` it is relative to that node and to its module. A step is the child of that
@@ -86,13 +98,22 @@ char *zam_format_path(const char *path);
  *
  * A segment that is followed by anything but "/" or the end stops the walk without an error: the node reached before it
  * is the result, which for the first segment is `start`. The path "/" gives null.
+ *
+ * @param ctx    where to look
+ * @param start  where a relative path begins; null for an absolute one
+ * @param path   as described above
+ * @return the node, which belongs to the context and lives until its schema is compiled again; null when there is none
  */
 const struct lysc_node *zam_find_schema_by_path(const struct ly_ctx *ctx, const struct lysc_node *start,
                                                 const char *path);
 
 /**
- * The schema path, with choices, cases, input and output, of the node that an absolute data path leads to (through
- * zam_lys_find_path()). Released with zam_free(); null when the path is null, leads nowhere or cannot be printed.
+ * The schema path, with choices, cases, input and output, of the node that a data path leads to (through
+ * zam_lys_find_path()).
+ *
+ * @param ctx   where to look
+ * @param path  an absolute data path
+ * @return a new text, to be released with zam_free(); null when the path is null, leads nowhere or cannot be printed
  */
 char *zam_format_data2schema(const struct ly_ctx *ctx, const char *path);
 

@@ -27,9 +27,13 @@
 extern "C" {
 #endif
 
+/** An event engine. */
 typedef struct zam_proactor zam_proactor;
+/** A descriptor with its wake handler. */
 typedef struct zam_trigger zam_trigger;
+/** The handlers of events. */
 typedef struct zam_registry zam_registry;
+/** An event in or out of the queue. */
 typedef struct zam_event zam_event;
 
 /**
@@ -82,22 +86,33 @@ typedef int32_t (*zam_event_fn)(zam_proactor *proactor, uint32_t id, void *para)
 /** Releases the parameter of an event that is freed or could not be queued. */
 typedef void (*zam_event_release_fn)(void *para);
 
-/** @return A proactor with an empty queue and no registry, to be freed with zam_proactor_free; null on failure. */
+/**
+ * Makes a proactor.
+ * @return A proactor with an empty queue and no registry, to be freed with zam_proactor_free; null on failure.
+ */
 zam_proactor *zam_proactor_new(void);
 
 /**
  * Frees a proactor and every event still queued, running their release functions. The registry and the triggers are
  * not freed; triggers may be freed later, connectors and listeners have to be freed before. The epoll descriptor is
  * closed unless it is 0: a process that closed its standard input may count on that number. Null is ignored.
+ *
+ * @param proactor Not to be used any more.
  */
 void zam_proactor_free(zam_proactor *proactor);
 
-/** Sets the registry that dispatches use, or none with null. It stays the caller's and has to outlive its use. */
+/**
+ * Sets the registry that dispatches use, or none with null. It stays the caller's and has to outlive its use.
+ *
+ * @param proactor Null is ignored.
+ * @param registry Replaces the one before.
+ */
 void zam_proactor_registry_set(zam_proactor *proactor, zam_registry *registry);
 
 /**
  * Waits for one ready descriptor and runs its trigger's wake handler.
  *
+ * @param proactor May be null.
  * @param timeout_ms Milliseconds to wait at most; 0 only looks, a negative number waits for ever. A signal that
  *                   interrupts the wait does not end it: it goes on for the rest of its time.
  * @return The trigger, for zam_proactor_done, also when its wake handler freed it. Null when the time is over, on an
@@ -108,10 +123,14 @@ zam_trigger *zam_proactor_wait(zam_proactor *proactor, int32_t timeout_ms);
 /**
  * Ends a round: calls the trigger's done handler, if it has one. A trigger that a handler freed during the round is
  * recognised by its address alone, and nothing happens. Null arguments are ignored.
+ *
+ * @param proactor The one that was waited for.
+ * @param trigger As zam_proactor_wait returned it; may be freed by now.
  */
 void zam_proactor_done(zam_proactor *proactor, zam_trigger *trigger);
 
 /**
+ * Binds a descriptor to what is done when it is ready.
  * @param fd   The descriptor to watch. Not owned: freeing the trigger does not close it.
  * @param arg  Handed to both handlers.
  * @param wake Called when the descriptor is ready; with null, its readiness counts as a time-out of the wait.
@@ -120,13 +139,20 @@ void zam_proactor_done(zam_proactor *proactor, zam_trigger *trigger);
  */
 zam_trigger *zam_trigger_new(int32_t fd, void *arg, zam_wake_fn wake, zam_done_fn done);
 
-/** Frees a trigger, nothing else: unarm it first, or close its descriptor. Null is ignored. */
+/**
+ * Frees a trigger, nothing else: unarm it first, or close its descriptor. Null is ignored.
+ *
+ * @param trigger Not to be used any more.
+ */
 void zam_trigger_free(zam_trigger *trigger);
 
 /**
  * Starts watching the trigger's descriptor for `events`, a mask of epoll events. Edge triggering and EPOLLRDHUP are
  * always added.
  *
+ * @param proactor Who watches.
+ * @param trigger Not armed yet.
+ * @param events EPOLLIN, EPOLLOUT and others.
  * @return 0, or -1 when the proactor or the trigger is null or the system refuses.
  */
 int32_t zam_trigger_arm(zam_proactor *proactor, zam_trigger *trigger, uint32_t events);
@@ -135,12 +161,18 @@ int32_t zam_trigger_arm(zam_proactor *proactor, zam_trigger *trigger, uint32_t e
  * Changes what an armed trigger is watched for, as zam_trigger_arm takes it. The current readiness is reported again,
  * also with an unchanged mask: this is how to be woken for what an earlier wake left undone.
  *
+ * @param proactor Who watches.
+ * @param trigger An armed one.
+ * @param events EPOLLIN, EPOLLOUT and others.
  * @return 0, or -1.
  */
 int32_t zam_trigger_rearm(zam_proactor *proactor, zam_trigger *trigger, uint32_t events);
 
 /**
  * Stops watching. A failure is only traced: the descriptor may have been closed already, which stops the watch, too.
+ *
+ * @param proactor Who watches.
+ * @param trigger An armed one.
  */
 void zam_trigger_unarm(zam_proactor *proactor, zam_trigger *trigger);
 
@@ -149,25 +181,41 @@ void zam_trigger_unarm(zam_proactor *proactor, zam_trigger *trigger);
  * an event is given by the low bits of its id, and a slot holds one event: ids that differ only above those bits
  * exclude each other. 23 is enough for the whole list.
  *
+ * @param count How many slots are wanted.
  * @return A registry to be freed with zam_registry_free; null when memory is short or there is no such power of two.
  */
 zam_registry *zam_registry_new(uint32_t count);
 
-/** Frees a registry that no proactor uses any more. Null is ignored. */
+/**
+ * Frees a registry that no proactor uses any more. Null is ignored.
+ *
+ * @param registry Not to be used any more.
+ */
 void zam_registry_free(zam_registry *registry);
 
 /**
  * Sets the handler of an event. An earlier handler of the same event is replaced; another event in the same slot is
  * replaced as well, with a warning. With a null handler the event is known and ignored.
+ *
+ * @param registry Null is ignored.
+ * @param id Of enum zam_event_id.
+ * @param handler Null to ignore the event.
  */
 void zam_event_register(zam_registry *registry, uint32_t id, zam_event_fn handler);
 
-/** Takes an event out of the registry; one that is not in it changes nothing and is logged. */
+/**
+ * Takes an event out of the registry; one that is not in it changes nothing and is logged.
+ *
+ * @param registry Null is ignored.
+ * @param id Of enum zam_event_id.
+ */
 void zam_event_unregister(zam_registry *registry, uint32_t id);
 
 /**
  * Queues an event behind all others.
  *
+ * @param proactor Whose queue it is.
+ * @param id Of enum zam_event_id.
  * @param para    Handed to the handler.
  * @param release Called with `para` when the event is freed; may be null. When the event cannot be queued it is called
  *                at once, so the parameter is out of the caller's hands in any case.
@@ -175,22 +223,47 @@ void zam_event_unregister(zam_registry *registry, uint32_t id);
  */
 int32_t zam_event_push(zam_proactor *proactor, uint32_t id, void *para, zam_event_release_fn release);
 
-/** @return The oldest queued event, now the caller's, to be freed with zam_event_free; null when there is none. */
+/**
+ * Takes the oldest event out of the queue.
+ * @param proactor Null has none.
+ * @return The oldest queued event, now the caller's, to be freed with zam_event_free; null when there is none.
+ */
 zam_event *zam_event_pop(zam_proactor *proactor);
 
-/** Calls the event's handler. An event that is not registered is logged. The event stays the caller's. */
+/**
+ * Calls the event's handler. An event that is not registered is logged. The event stays the caller's.
+ *
+ * @param proactor Whose registry knows the handler.
+ * @param event A popped one.
+ */
 void zam_event_dispatch(zam_proactor *proactor, zam_event *event);
 
-/** @return The event's id, or 0xFFFFFFFF for null. */
+/**
+ * Reads an event.
+ * @param event May be null.
+ * @return The event's id, or 0xFFFFFFFF for null.
+ */
 uint32_t zam_event_id(const zam_event *event);
 
-/** @return The event's parameter, valid until the event is freed at least; null for a null event. */
+/**
+ * Reads what came with an event.
+ * @param event May be null.
+ * @return The event's parameter, valid until the event is freed at least; null for a null event.
+ */
 void *zam_event_para(const zam_event *event);
 
-/** Frees a popped event, running its release function. Null is ignored. */
+/**
+ * Frees a popped event, running its release function. Null is ignored.
+ *
+ * @param event Not to be used any more.
+ */
 void zam_event_free(zam_event *event);
 
-/** @return The constant name of an event, "UNKNOWN" for an id above the list. */
+/**
+ * Names an event for the log.
+ * @param id Of enum zam_event_id.
+ * @return The constant name of an event, "UNKNOWN" for an id above the list.
+ */
 const char *zam_event_name(uint32_t id);
 
 #ifdef __cplusplus

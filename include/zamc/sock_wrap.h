@@ -35,23 +35,34 @@ extern "C" {
  */
 int32_t zam_socket_listen(const char *url);
 
-/** Removes the socket file of a unix URL; other URLs have nothing to remove. The listening socket is not closed. */
+/**
+ * Removes the socket file of a unix URL; other URLs have nothing to remove. The listening socket is not closed.
+ *
+ * @param url The one that was listened on.
+ */
 void zam_socket_listen_release(const char *url);
 
 /**
  * Connects, blocking, to the first address of the URL that answers. A signal does not end the attempt.
  *
+ * @param url Needs a port, unless it is a unix path; a mode is ignored.
  * @return The descriptor, blocking and inherited by child processes, to be closed by the caller; -1 when the URL is
  *         wrong or, without a message, when it has no address or nobody answers.
  */
 int32_t zam_socket_connect(const char *url);
 
-/** accept() as the system has it. @return The new descriptor, or -1 with errno set; nothing is logged. */
+/**
+ * accept() as the system has it.
+ * @param fd A listening socket.
+ * @return The new descriptor, or -1 with errno set; nothing is logged.
+ */
 int32_t zam_socket_accept(int32_t fd);
 
 /**
  * Makes a descriptor blocking, or non-blocking with `blocking` 0.
  *
+ * @param fd Any descriptor.
+ * @param blocking 0 or not 0.
  * @return 0 on success. On failure, what the logger returned for the message, which may be 0 as well: the log alone
  *         tells.
  */
@@ -61,6 +72,7 @@ int32_t zam_socket_block(int32_t fd, int32_t blocking);
  * Sets the close-on-exec bit among the file status flags, where the system ignores it: descriptors stay inherited,
  * which programs that hand their connection to a helper count on. Use fcntl(fd, F_SETFD, FD_CLOEXEC) to change it.
  *
+ * @param fd Any descriptor.
  * @return As zam_socket_block.
  */
 int32_t zam_socket_cloexec(int32_t fd);

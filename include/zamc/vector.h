@@ -44,8 +44,14 @@ zam_vector *zam_vector_init(uint32_t capacity);
  */
 int32_t zam_vector_add(zam_vector **vector, void *item, uint32_t *index);
 
-/** The item at an index. Null for a free slot, a null vector, or an index that is not below the capacity, which is
- *  logged at level 3. */
+/**
+ * Reads a slot.
+ *
+ * @param vector  may be null
+ * @param index   below the capacity
+ * @return the item; null for a free slot, a null vector, or an index that is not below the capacity, which is logged at
+ *         level 3
+ */
 void *zam_vector_get(const zam_vector *vector, uint32_t index);
 
 /**
@@ -53,19 +59,36 @@ void *zam_vector_get(const zam_vector *vector, uint32_t index);
  *
  * The number of occupied slots goes down by one in any case: remove only what is there.
  *
+ * @param vector         null is ignored
+ * @param index          of an occupied slot
  * @param free_function  called with the slot's former content, also if that is null; may itself be null, and may use
- * the vector
+ *                       the vector
  */
 void zam_vector_remove(zam_vector *vector, uint32_t index, zam_vector_free_fn free_function);
 
-/** Releases a vector, after calling the function, if there is one, for each of its items. The function must not use the
- *  vector. A null vector is ignored. */
+/**
+ * Releases a vector, after calling the function, if there is one, for each of its items. The function must not use the
+ *  vector. A null vector is ignored.
+ *
+ * @param vector         not to be used any more
+ * @param free_function  may be null: then the items stay as they are
+ */
 void zam_vector_free(zam_vector *vector, zam_vector_free_fn free_function);
 
-/** The capacity: number of slots, free ones included. 0 for a null vector. */
+/**
+ * The capacity: number of slots, free ones included.
+ *
+ * @param vector  may be null
+ * @return the capacity; 0 for a null vector
+ */
 uint32_t zam_vector_size(const zam_vector *vector);
 
-/** The number of occupied slots: adds minus removes. 0 for a null vector. */
+/**
+ * The number of occupied slots: adds minus removes.
+ *
+ * @param vector  may be null
+ * @return the number; 0 for a null vector
+ */
 uint32_t zam_vector_used(const zam_vector *vector);
 
 #ifdef __cplusplus

@@ -38,14 +38,37 @@ extern "C" {
  * @{
  */
 
-/** A container, an operation or a notification. */
+/**
+ * A container, an operation or a notification.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_inner(struct lyd_node *parent, const struct lys_module *module, const char *name);
 
-/** A list entry. `keys` are its key predicates, as in `[k='v']`; null makes an entry of a list without keys. */
+/**
+ * A list entry.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @param keys its key predicates, as in `[k='v']`; null makes an entry of a list without keys
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_list(struct lyd_node *parent, const struct lys_module *module, const char *name,
                                   const char *keys);
 
-/** A leaf or leaf-list entry with its value text, which is copied and checked against the type; null is "". */
+/**
+ * A leaf or leaf-list entry.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @param value its text, copied and checked against the type; null is ""
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_leaf(struct lyd_node *parent, const struct lys_module *module, const char *name,
                                   const char *value);
 
@@ -55,6 +78,13 @@ struct lyd_node *zam_lyd_new_leaf(struct lyd_node *parent, const struct lys_modu
  * With LYD_ANYDATA_DATATREE `value` is a tree (or null) that the new node takes over; it stays the caller's when the
  * call fails. With any other type it is a text, which is copied: libyang parses the text of an anydata at once, an
  * object in JSON or elements in XML, and refuses all else. No text and the empty text make an empty node.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @param value a tree or a text, as `type` says
+ * @param type kind of the value
+ * @return the node; null after a log line when libyang refuses
  */
 struct lyd_node *zam_lyd_new_any(struct lyd_node *parent, const struct lys_module *module, const char *name,
                                  const void *value, LYD_ANYDATA_VALUETYPE type);
@@ -66,38 +96,87 @@ struct lyd_node *zam_lyd_new_any(struct lyd_node *parent, const struct lys_modul
  * As their counterparts for the input; below an operation they find the nodes of its output.
  * @{
  */
+
+/**
+ * A container.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_output_inner(struct lyd_node *parent, const struct lys_module *module, const char *name);
+/**
+ * A list entry.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @param keys as for zam_lyd_new_list()
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_output_list(struct lyd_node *parent, const struct lys_module *module, const char *name,
                                          const char *keys);
+/**
+ * A leaf or leaf-list entry.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @param value as for zam_lyd_new_leaf()
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_output_leaf(struct lyd_node *parent, const struct lys_module *module, const char *name,
                                          const char *value);
+/**
+ * An anydata or anyxml node.
+ *
+ * @param parent where it becomes a child, or null
+ * @param module of the node; null for that of the parent
+ * @param name the node's
+ * @param value as for zam_lyd_new_any()
+ * @param type as there
+ * @return the node; null after a log line when libyang refuses
+ */
 struct lyd_node *zam_lyd_new_output_any(struct lyd_node *parent, const struct lys_module *module, const char *name,
                                         const void *value, LYD_ANYDATA_VALUETYPE type);
 /** @} */
 
 /**
- * Gives a leaf another value. Returns libyang's code, LY_SUCCESS (0) when the value has changed. Every other code is
- * logged, also LY_ENOT and LY_EEXIST, by which libyang says that the value was the same.
+ * Gives a leaf another value.
+ *
+ * @param node a leaf with a schema node
+ * @param value checked against the type
+ * @return libyang's code, LY_SUCCESS (0) when the value has changed. Every other code is logged, also LY_ENOT and
+ *         LY_EEXIST, by which libyang says that the value was the same.
  */
 LY_ERR zam_lyd_change_leaf(struct lyd_node *node, const char *value);
 
 /**
- * A copy of one node, without parent, for the caller to destroy. `options` are those of lyd_dup_single(), such as
- * LYD_DUP_RECURSIVE for the descendants. Null after a log line on failure.
+ * Copies one node.
+ *
+ * @param node of any kind
+ * @param options those of lyd_dup_single(), such as LYD_DUP_RECURSIVE for the descendants
+ * @return the copy, without parent, for the caller to destroy; null after a log line on failure
  */
 struct lyd_node *zam_lyd_dup(const struct lyd_node *node, uint32_t options);
 
 /**
- * A top node of a yang-data template (RFC 8040) of `module`, for the caller to destroy.
+ * Makes a top node of a yang-data template (RFC 8040).
  *
  * With `yang_data_name` only the first extension instance of that name is tried, without it every instance of the
- * module in turn, whatever its kind, until one holds a top node `name`. Null after a log line for each instance that
- * refused, and silently when the module has no instance to try.
+ * module in turn, whatever its kind, until one holds a top node `name`.
+ *
+ * @param module that has the template
+ * @param yang_data_name the template's, or null
+ * @param name the node's
+ * @return the node, for the caller to destroy; null after a log line for each instance that refused, and silently when
+ *         the module has no instance to try
  */
 struct lyd_node *zam_lyd_new_yangdata(const struct lys_module *module, const char *yang_data_name, const char *name);
 
 /**
- * A node for `schema` below `parent` (or without, when null), made whatever libyang thinks of it.
+ * A node made whatever libyang thinks of it.
  *
  * - An inner schema node makes a lightweight node, linked as the last child; the keys of a list entry are the caller's
  *   to add.
@@ -107,28 +186,49 @@ struct lyd_node *zam_lyd_new_yangdata(const struct lys_module *module, const cha
  *   the type; it is tried as input first and as output then, each refusal with its log line. A leaf without `parent`
  *   is created as if it had one and has none afterwards.
  *
- * `value` is a NUL-terminated text; of `value_length`, in bytes, only zero or not counts. Null when `schema` is null,
- * `parent` is of a kind without children, libyang refuses, or (without a line of its own) memory is short.
+ * @param schema what it is a node of
+ * @param parent where it becomes a child, or null
+ * @param value ended by a NUL, or null
+ * @param value_length in bytes, of which only zero or not counts
+ * @return the node; null when `schema` is null, `parent` is of a kind without children, libyang refuses, or (without a
+ *         line of its own) memory is short
  */
 struct lyd_node *zam_lyd_node_lightweight_new(const struct lysc_node *schema, struct lyd_node *parent,
                                               const char *value, uint32_t value_length);
 
 /**
- * A lightweight entry of the list `name` below `parent`, found among the children of the parent's schema node (choices
- * are not looked through). Null when either is null, the parent is opaque or there is no such list.
+ * A lightweight entry of a list that is found among the children of the parent's schema node (choices are not looked
+ * through).
+ *
+ * @param parent where it becomes the last child
+ * @param name the list's
+ * @return the entry; null when either is null, the parent is opaque or there is no such list
  */
 struct lyd_node *zam_lyd_node_lightweight_new_list(struct lyd_node *parent, const char *name);
 
-/** The first child; null when there is none or the node is of a kind without children. */
+/**
+ * Goes to the first child.
+ *
+ * @param node of any kind
+ * @return the child; null when there is none or the node is of a kind without children
+ */
 struct lyd_node *zam_lyd_child(const struct lyd_node *node);
 
 /**
- * The canonical text of a leaf or leaf-list entry, the text of an opaque node, null for any other. It belongs to the
- * tree and lives as long as the node and its value.
+ * The value of a node as text.
+ *
+ * @param node of any kind
+ * @return the canonical text of a leaf or leaf-list entry, the text of an opaque node, null for any other. It belongs
+ *         to the tree and lives as long as the node and its value.
  */
 const char *zam_lyd_value_string(const struct lyd_node *node);
 
-/** The canonical text of a metadata value. It belongs to the tree. */
+/**
+ * The value of metadata as text.
+ *
+ * @param meta of a node
+ * @return the canonical text, which belongs to the tree
+ */
 const char *zam_lyd_meta_value(const struct lyd_meta *meta);
 
 /**
@@ -140,7 +240,8 @@ const char *zam_lyd_meta_value(const struct lyd_meta *meta);
  *   0 to 31; of a larger one the address;
  * - everything else, unions included: the address of the text that zam_lyd_value_string() returns, 0 for none.
  *
- * Addresses are borrowed from the tree.
+ * @param node a leaf or leaf-list entry
+ * @return the value; addresses are borrowed from the tree
  */
 uintptr_t zam_lyd_get_value(const struct lyd_node *node);
 
@@ -153,37 +254,72 @@ uintptr_t zam_lyd_get_value(const struct lyd_node *node);
  * @{
  */
 
-/** Appends `other` to the list of `first`, whose parent it gets. Returns `first`; one that is null gives the other. */
+/**
+ * Appends a list to another one, whose parent it gets.
+ *
+ * @param first the first node of one list, or null
+ * @param other the first node of the list to append, or null
+ * @return `first`; when that is null, `other`
+ */
 struct lyd_node *zam_tree_add_sibling(struct lyd_node *first, struct lyd_node *other);
 
-/** Puts `other` in front of `first`, whose parent it gets. Returns `other`; one that is null gives the other. */
+/**
+ * Puts a list in front of another one, whose parent it gets.
+ *
+ * @param first the first node of one list, or null
+ * @param other the first node of the list to put in front, or null
+ * @return `other`; when that is null, `first`
+ */
 struct lyd_node *zam_tree_insert_sibling(struct lyd_node *first, struct lyd_node *other);
 
-/** Appends `list` to the children of `parent`. Nothing happens for null or a parent of a kind without children. */
+/**
+ * Appends a list to the children of a node.
+ *
+ * @param parent nothing happens for null and for a kind without children
+ * @param list the first node of the list; nothing happens for null
+ */
 void zam_tree_add_child(struct lyd_node *parent, struct lyd_node *list);
 /** @} */
 
-/** The first child that has, or as an opaque node would have, the schema node `schema`; see zam_lyd_get_schema(). */
+/**
+ * Looks for a child by its schema node, also the one that an opaque node would have; see zam_lyd_get_schema().
+ *
+ * @param node whose children
+ * @param schema of the same context
+ * @return the first such child; null when there is none
+ */
 struct lyd_node *zam_find_child_by_schema(const struct lyd_node *node, const struct lysc_node *schema);
 
-/** 1 when `node` is a list entry with a child that is no key leaf (an opaque one is none), else 0. */
+/**
+ * Tells whether a list entry holds more than its keys.
+ *
+ * @param node of any kind
+ * @return 1 when it is a list entry with a child that is no key leaf (an opaque one is none), else 0
+ */
 int32_t zam_has_non_key_child(const struct lyd_node *node);
 
 /**
- * The first action, depth first, in a list of siblings and their descendants. An opaque node ends the search of its
+ * Looks for an action, depth first, in a list of siblings and their descendants. An opaque node ends the search of its
  * own sibling list, the search of the list above goes on.
+ *
+ * @param first the first sibling
+ * @return the first action; null when there is none
  */
 struct lyd_node *zam_find_action_node(struct lyd_node *first);
 
 /**
  * Frees a node of any kind with all its siblings, whichever of them is given, and all their descendants, trees inside
  * anydata included. The parent stays, without children. Null is ignored.
+ *
+ * @param node not to be used any more
  */
 void zam_lyd_tree_destroy(struct lyd_node *node);
 
 /**
  * Frees one node. A node of libyang and an opaque one go with their descendants. A lightweight node goes alone: its
  * children stay alive without a parent, as siblings of each other, and are the caller's. Null is ignored.
+ *
+ * @param node not to be used any more
  */
 void zam_lyd_tree_destroy_nosibling(struct lyd_node *node);
 

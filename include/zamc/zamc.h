@@ -3,6 +3,11 @@
 #ifndef ZAMC_ZAMC_H
 #define ZAMC_ZAMC_H
 
+/**
+ * @file
+ * All of the library.
+ */
+
 #include <zamc/attributes.h>
 #include <zamc/client.h>
 #include <zamc/connector.h>
