@@ -94,17 +94,26 @@ Link::~Link() {
 
 void Link::send(uint32_t type, uint32_t seq, uint32_t encoding, std::string_view payload) {
     test::Frame frame{static_cast<test::Kind>(type), seq, encoding, std::string{payload}};
-    const std::string bytes = test::encode(frame);
-    // An input is smaller than a socket's buffer, so it is taken at once unless the client has closed the connection.
+    write(test::encode(frame));
+}
+
+void Link::write(std::string_view bytes) {
+    // Less than a socket's buffer holds, so it is taken at once unless the client has closed the connection.
     (void)!::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
+std::string Link::received() {
+    std::string all;
+    char bytes[65536];
+    for (ssize_t count; (count = recv(peer_, bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
+        all.append(bytes, static_cast<size_t>(count));
+    return all;
 }
 
 void Link::settle() {
     for (int round = 0; round < 20 && zamc_run(client_, 0) > 0; ++round) {
     }
-    char answers[65536];
-    while (recv(peer_, answers, sizeof answers, MSG_DONTWAIT) > 0) {
-    }
+    received();
 }
 
 Record::Record(const std::string &text) {
