@@ -4,10 +4,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <zamc/logger.h>
 #include <zamc/sock_wrap.h>
@@ -34,6 +37,29 @@ int _listen(const std::string &url) {
     return fd;
 }
 
+// Somebody listens there, be it one who is too busy to accept.
+bool _is_served(const std::string &path) {
+    sockaddr_un address{};
+    if (path.size() >= sizeof address.sun_path) return false;
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    const Descriptor fd{socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
+    return connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN;
+}
+
+// Listening on a unix path takes away whatever is there. Only what a dead server left behind may go that way; the
+// reason why it must stay, or nothing.
+std::string _in_the_way(const std::string &url) {
+    constexpr std::string_view scheme = "unix://";
+    const size_t mode = url.rfind(':');
+    if (!url.starts_with(scheme) || mode < scheme.size()) return {};
+    const std::string path = url.substr(scheme.size(), mode - scheme.size());
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) return {};
+    if (!S_ISSOCK(status.st_mode)) return "there is a file that is no socket";
+    return _is_served(path) ? std::strerror(EADDRINUSE) : std::string{};
+}
+
 } // namespace
 
 Acceptor::Acceptor(Server &server, std::string url, Descriptor fd)
@@ -46,6 +72,8 @@ Acceptor::~Acceptor() {
 }
 
 Result<std::unique_ptr<Acceptor>> Acceptor::open(Server &server, const std::string &url) {
+    if (const std::string obstacle = _in_the_way(url); !obstacle.empty())
+        return refusal("operation-failed", "cannot listen on " + url + ": " + obstacle);
     errno = 0;
     Descriptor fd{_listen(url)};
     if (fd.get() < 0) {

@@ -128,14 +128,7 @@ private:
                 named |= node->schema == place.schema();
             if (named) return _edit_level(parent, place.schema(), operation, false);
         }
-        bool any = false;
-        lyd_node *node = find_step(_children(parent), place.steps().back());
-        for (lyd_node *next; node && node->schema == place.schema(); node = next) {
-            next = place.is_all_entries() ? node->next : nullptr;
-            if (!is_explicit(node)) continue;
-            _remove(node);
-            any = true;
-        }
+        bool any = _remove_all(parent, place.steps().back());
         return any || operation == Operation::remove ? Result<void>() : Result<void>(_missing(place.data_path()));
     }
 
@@ -178,11 +171,13 @@ private:
         lyd_node *existing = _find(parent, node);
         if (_is_deletion(*operation)) {
             if (_is_key(node)) return _key_stays(instance_path(node));
-            if (is_explicit(existing))
+            bool any = is_explicit(existing);
+            if (any)
                 _remove(existing);
-            else if (*operation == Operation::del)
-                return _missing(instance_path(node));
-            return {};
+            else if (_may_name_all(node))
+                any = _remove_all(parent, Step{node->schema, {}, 0});
+            return any || *operation == Operation::remove ? Result<void>()
+                                                          : Result<void>(_missing(instance_path(node)));
         }
         if (*operation == Operation::create && is_explicit(existing)) return _exists(existing);
         std::string insert, anchor;
@@ -192,6 +187,12 @@ private:
         if (is_user_ordered(*result) && *operation == Operation::replace)
             sequences[(*result)->schema].push_back(*result);
         return insert.empty() ? Result<void>() : _place_entry(*result, parent, insert, anchor);
+    }
+
+    // XML writes an entry with an empty value as it writes none at all; where there is no such entry, the leaf-list as
+    // a whole is meant.
+    bool _may_name_all(const lyd_node *node) const {
+        return content_.format == Format::xml && node->schema->nodetype == LYS_LEAFLIST && !*lyd_get_value(node);
     }
 
     // Deletions that give no value go first and out of the content: libyang cannot search among opaque nodes.
@@ -226,18 +227,10 @@ private:
         if (lysc_is_key(schema)) return _key_stays(path);
         if (!_is_deletion(operation))
             return bad_request("invalid-value", "\"" + shown(name) + "\" has no valid value.", path);
-        bool any = false;
         Step step{schema, {}, 0};
         bool valued = opaque.value && opaque.value[0];
         if (schema->nodetype == LYS_LEAFLIST && valued) step.values.emplace_back(opaque.value);
-        for (lyd_node *found = find_step(_children(parent), step), *next; found && found->schema == schema;
-             found = next) {
-            next = step.values.empty() ? found->next : nullptr;
-            if (!is_explicit(found)) continue;
-            _remove(found);
-            any = true;
-        }
-        if (any || operation == Operation::remove) return {};
+        if (_remove_all(parent, step) || operation == Operation::remove) return {};
         bool prefixed = !parent || parent->schema->module != module;
         return _missing((parent ? instance_path(parent) : std::string()) + "/" +
                         (prefixed ? module->name + std::string(":") : "") + schema->name);
@@ -320,6 +313,19 @@ private:
         detach(target_, node);
         removed_.insert(node);
         graveyard_.emplace_back(node);
+    }
+
+    // Takes away what is explicit of the step's node: its entry, or every one when the step names none.
+    bool _remove_all(lyd_node *parent, const Step &step) {
+        bool any = false;
+        for (lyd_node *node = find_step(_children(parent), step), *next; node && node->schema == step.schema;
+             node = next) {
+            next = step.names_entry() ? nullptr : node->next;
+            if (!is_explicit(node)) continue;
+            _remove(node);
+            any = true;
+        }
+        return any;
     }
 
     // Takes away the explicit children of `parent` that have no counterpart among `kept` and its siblings.

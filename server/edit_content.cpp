@@ -134,6 +134,7 @@ public:
         : ctx_(ctx), place_(place), schema_(place.schema()), format_(format), kind_(kind) {}
 
     Result<Content> read(std::string_view text) {
+        content_.format = format_;
         Result<void> done = _read(trim(text));
         if (!done) return std::move(done).error();
         return std::move(content_);
@@ -383,6 +384,7 @@ private:
     }
 
     Result<void> _add_value(const std::string &text) {
+        if (!is_yang_text(text)) return _bad("holds a character that no value may have");
         LibyangErrors errors(ctx_);
         lyd_node *node = nullptr;
         if (lyd_new_term(content_.parent, schema_->module, schema_->name, text.c_str(), 0, &node) != LY_SUCCESS) {

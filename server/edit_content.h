@@ -20,6 +20,7 @@ struct Content {
     Tree tree;
     lyd_node *parent = nullptr; // of the nodes at the place; null when they are at the top
     bool given = false;         // there was content at all, be it an empty list
+    Format format = Format::json;
 
     // The first node at the level of the place; others of its schema may follow.
     lyd_node *first() const { return parent ? lyd_child(parent) : tree.root; }

@@ -61,6 +61,10 @@ std::optional<std::string_view> xml_attribute(const XmlElement &element, std::st
 // Text fit for element content and for attribute values in either kind of quotes.
 std::string xml_escape(std::string_view text);
 
+// UTF-8 of nothing but the characters that values may hold (RFC 7950, 9.4): no control character but tab, line feed and
+// carriage return, no surrogate, no noncharacter. XML could not carry the others, so nobody could read what is around.
+bool is_yang_text(std::string_view text);
+
 // The line, counted from 1, that the byte at `at` lies in.
 std::size_t line_of(std::string_view text, std::size_t at);
 // Without the blanks at both ends.

@@ -70,6 +70,21 @@ std::size_t _utf8_length(std::string_view text, std::size_t at) {
     return out_of_range ? 0 : length;
 }
 
+// The character of `length` valid bytes at `at`.
+char32_t _utf8_character(std::string_view text, std::size_t at, std::size_t length) {
+    char32_t character = static_cast<unsigned char>(text[at]);
+    if (length > 1) character &= 0x7Fu >> length;
+    for (std::size_t i = 1; i < length; ++i)
+        character = character << 6 | (static_cast<unsigned char>(text[at + i]) & 0x3Fu);
+    return character;
+}
+
+bool _is_yang_character(char32_t c) {
+    if (c < 0x20) return c == '\t' || c == '\n' || c == '\r';
+    bool noncharacter = (c >= 0xFDD0 && c <= 0xFDEF) || (c & 0xFFFE) == 0xFFFE;
+    return !noncharacter;
+}
+
 class JsonChecker {
 public:
     explicit JsonChecker(std::string_view text) : text_(text) {}
@@ -299,6 +314,15 @@ private:
 
 Result<void> json_check(std::string_view text) {
     return JsonChecker(text).check();
+}
+
+bool is_yang_text(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t length = _utf8_length(text, at);
+        if (length == 0 || !_is_yang_character(_utf8_character(text, at, length))) return false;
+        at += length;
+    }
+    return true;
 }
 
 } // namespace zamd
