@@ -2,12 +2,11 @@
 // Copyright the zamc authors
 #include "store_file.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,6 +22,7 @@ namespace zamd {
 namespace {
 
 constexpr mode_t new_file_mode = S_IRUSR | S_IWUSR;
+constexpr std::size_t read_at_once = 64U << 10;
 
 class Descriptor {
 public:
@@ -100,6 +100,19 @@ Result<Tree> _parse(const ly_ctx *ctx, const std::string &path, const std::strin
     return tree;
 }
 
+// A file stream of the library throws when the disk fails.
+bool _read(const std::string &path, std::string &text) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) return false;
+    std::array<char, read_at_once> block;
+    for (;;) {
+        const ssize_t count = ::read(file.get(), block.data(), block.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return count == 0;
+        text.append(block.data(), static_cast<std::size_t>(count));
+    }
+}
+
 bool _write(FILE *stream, const DatastoreFile &file, const Tree &tree) {
     bool printed = true;
     if (tree)
@@ -150,9 +163,8 @@ Result<Tree> load_file(const ly_ctx *ctx, const std::string &path, bool may_be_m
         return _system_error(path, "cannot be read");
     }
     if (!S_ISREG(info.st_mode)) return refusal("operation-failed", path + ": is no regular file");
-    std::ifstream stream(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad()) return _system_error(path, "cannot be read");
+    std::string text;
+    if (!_read(path, text)) return _system_error(path, "cannot be read");
     file.format = _format(path, text);
     return _parse(ctx, path, text, file.format);
 }

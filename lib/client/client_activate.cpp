@@ -57,9 +57,13 @@ void _settle_activating(zam_vector *subers) {
 
 void _activate_finish(zamc_client *client, uint32_t seq, const lyd_node *) {
     int32_t result = 0;
+    const uint32_t connection = client->connection;
     if (client->activate_callback) result = client->activate_callback(client, 1, client->activate_arg, 0);
-    _settle_activating(client->subers);
-    client->activation_busy = 0;
+    // What the callback has begun to activate on another connection finishes there.
+    if (!client->connector || client->connection == connection) {
+        _settle_activating(client->subers);
+        client->activation_busy = 0;
+    }
     _exec_simple_rpc_reply(client, seq, result);
 }
 

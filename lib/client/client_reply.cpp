@@ -77,9 +77,11 @@ void clear_error(zamc_client *client) {
     client->error_message = nullptr;
 }
 
-// Whether the request whose handler has just returned came on the connection that we still have.
+// Whether the request whose handler has just returned came on the connection that we still have, and was not answered
+// by the handler itself.
 bool answer_is_due(const zamc_client *client) {
-    return client->request_connection == client->connection;
+    return client->request_connection == client->connection &&
+           _find_rpc_seq(&client->wait_replies, client->request_seq);
 }
 
 int32_t _cache_reply_ok(zamc_client *client, uint32_t seq) {
@@ -143,8 +145,8 @@ void _exec_publish_reply(zamc_client *client, uint32_t seq, int32_t result, cons
         record_failure(client, service_failure);
         return;
     }
+    if (_cache_reply_output(client, seq, output) != 0) return;
     _remove_rpc_seq(&client->wait_replies, seq);
-    _cache_reply_output(client, seq, output);
     zam_connector_flush(client->connector);
 }
 

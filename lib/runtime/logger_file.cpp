@@ -19,6 +19,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,20 +36,23 @@ using zam::runtime::log_stamp;
 using zam::runtime::log_stamp_now;
 using zam::runtime::owned_text;
 
+// 200 MiB; with fifty rotated files the log stays below 10 GiB
+off_t zam::runtime::log_file_size_max = 0xC800000;
+
 namespace {
 
-using file_handle = decltype(ZRT_VFS_FOpen("", ""));
+using log_stream = decltype(ZRT_VFS_FOpen("", ""));
 
-constexpr off_t file_size_max = 0xC800000; // 200 MiB; with fifty rotated files the log stays below 10 GiB
 constexpr int32_t file_number_max = 50;
 constexpr size_t line_size = 1025;
 constexpr pthread_mutex_t idle_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 struct log_file {
     pthread_mutex_t mutex;
-    file_handle file;
+    log_stream file;
     int32_t number; // of the next rotated file; 0 before any scan
     char *path;
+    bool failed; // the last line did not go out, or not as a whole, as on a full disk
 };
 
 // A path that the system accepts, with the suffix of a rotated file behind it.
@@ -57,7 +61,7 @@ struct rotated_name {
 };
 
 log_file *_get_log_file() {
-    static log_file state = {PTHREAD_MUTEX_INITIALIZER, nullptr, 0, nullptr};
+    static log_file state = {PTHREAD_MUTEX_INITIALIZER, nullptr, 0, nullptr, false};
     return &state;
 }
 
@@ -113,7 +117,7 @@ void _file_check_size(log_file *log) {
         log->file = ZRT_VFS_FOpen(log->path, "a+");
     } else if (stat(log->path, &status) != 0) {
         _reopen_file(log);
-    } else if (status.st_size >= file_size_max) {
+    } else if (status.st_size >= zam::runtime::log_file_size_max) {
         _file_check_num(log);
     }
 }
@@ -137,11 +141,20 @@ bool _reads_one_text(const char *format) {
 // is not applied again.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-void _write_line(file_handle file, const char *format, const char *line) {
+void _print_line(log_stream file, const char *format, const char *line) {
     ZRT_VFS_FPrintf(file, _reads_one_text(format) ? format : "%s", line);
-    ZRT_VFS_FFlush(file);
 }
 #pragma GCC diagnostic pop
+
+// Whether the next line would go on behind a part of another one.
+bool _ends_inside_line(const char *path) {
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0) return false;
+    char last = '\n';
+    const bool read_last = lseek(file, -1, SEEK_END) >= 0 && read(file, &last, 1) == 1;
+    close(file);
+    return read_last && last != '\n';
+}
 
 } // namespace
 
@@ -152,7 +165,7 @@ void zam_open_log_file(const char *path) {
     owned_text copy{zam_strdup(path)}; // before closing: `path` may be the stored one
     if (log->path) zam_close_log_file();
     if (!copy) return;
-    file_handle file = ZRT_VFS_FOpen(copy.get(), "a+");
+    log_stream file = ZRT_VFS_FOpen(copy.get(), "a+");
     if (!file) return;
     if (pthread_mutex_init(&log->mutex, nullptr) != 0) {
         ZRT_VFS_FClose(file);
@@ -171,13 +184,15 @@ int zam_write_log_file(int, const char *format, ...) {
     if (locked != 0) return locked;
     _file_check_size(log);
     if (log->file) {
+        if (log->failed && _ends_inside_line(log->path)) ZRT_VFS_FPrintf(log->file, "\n");
         log_stamp stamp;
         if (log_stamp_now(stamp)) ZRT_VFS_FPrintf(log->file, "%s", stamp.text);
         va_list args;
         va_start(args, format);
         const int length = vsnprintf_s(line, line_size, line_size - 1, format, args);
         va_end(args);
-        if (length != -1) _write_line(log->file, format, line);
+        if (length != -1) _print_line(log->file, format, line);
+        log->failed = ZRT_VFS_FFlush(log->file) != 0;
     }
     return pthread_mutex_unlock(&log->mutex);
 }

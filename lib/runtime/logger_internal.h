@@ -5,7 +5,12 @@
 #ifndef ZAMC_RUNTIME_LOGGER_INTERNAL_H
 #define ZAMC_RUNTIME_LOGGER_INTERNAL_H
 
+#include <sys/types.h>
+
 namespace zam::runtime {
+
+// The size at which the log file is rotated. Only tests set it, before anything is logged.
+extern off_t log_file_size_max;
 
 // The time stamp of a log line in a place of its own. It allocates nothing: a stamp that had to report a failed
 // allocation would start the next log line from within this one, under the log file's mutex.

@@ -11,7 +11,7 @@
 // zam_module_init, since nothing on the way of an application that loads modules calls that.
 
 #include <cerrno>
-#include <cstdlib>
+#include <climits>
 #include <cstring>
 #include <utility>
 
@@ -34,7 +34,6 @@ namespace zam::yang {
 namespace {
 
 using runtime::owned_text;
-using runtime::system_text;
 
 constexpr const char *system_dir = "/usr/local/conf/nyblib/modules";
 
@@ -160,7 +159,8 @@ file_text _get_file_mmap_size(const char *path) {
         zam_log_printf(ZAM_LOG_WRONG, "Can't access to path %s for mmap (%s).\n", path, _error_text());
         return {};
     }
-    if (const system_text resolved{realpath(path, nullptr)}; !resolved) {
+    char resolved[PATH_MAX]; // without one realpath() would allocate past the hooks
+    if (!realpath(path, resolved)) {
         zam_log_printf(ZAM_LOG_WRONG, "Check path %s unsuccess (%s).\n", path, _error_text());
         return {};
     }
