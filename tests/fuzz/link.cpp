@@ -97,9 +97,9 @@ void Link::send(uint32_t type, uint32_t seq, uint32_t encoding, std::string_view
     write(test::encode(frame));
 }
 
-void Link::write(std::string_view bytes) {
-    // Less than a socket's buffer holds, so it is taken at once unless the client has closed the connection.
-    (void)!::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+size_t Link::write(std::string_view bytes) {
+    const ssize_t sent = ::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return sent < 0 ? 0 : static_cast<size_t>(sent);
 }
 
 std::string Link::received() {

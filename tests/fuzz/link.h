@@ -22,8 +22,8 @@ public:
     zamc_client *client() const { return client_; }
     // Sends a frame to the client.
     void send(uint32_t type, uint32_t seq, uint32_t encoding, std::string_view payload);
-    // Sends bytes as they are, so many as a socket's buffer takes.
-    void write(std::string_view bytes);
+    // Sends bytes as they are; returns how many the socket's buffer took.
+    size_t write(std::string_view bytes);
     // What the client has sent since the last call.
     std::string received();
     // Lets the client handle all that is there.

@@ -16,24 +16,19 @@
 #include <string>
 #include <vector>
 
-#include <sys/socket.h>
-#include <unistd.h>
 #include <zamc/client.h>
 #include <zamc/message.h>
-#include <zamc/suber.h>
 #include <zamc/utils.h>
 
 #include "client/client_internal.h"
 #include "fuzz/fuzz.h"
-#include "fuzz/link.h"
-#include "server.h"
 #include "support/frames.h"
 #include "support/test_schema.h"
+#include "torture/stage.h"
 
 namespace zam::torture {
 namespace {
 
-using fuzz::Link;
 using test::Frame;
 using test::Kind;
 
@@ -48,118 +43,10 @@ struct Tally {
 };
 
 Tally tally;
-std::string journal; // what handlers and callbacks were called with, in their order
-
-void note(const std::string &line) {
-    journal += line + "\n";
-}
-
-int32_t on_config(zamc_client *client, uint32_t mask, uint32_t priority, int32_t more, const char *target, void *) {
-    note("config " + std::to_string(mask) + " " + std::to_string(priority) + " " + std::to_string(more) + " " + target);
-    if (std::strlen(target) % 2 == 1) return 0;
-    zamc_error_set(client, 50, "not %s", target);
-    return -1;
-}
-
-int32_t on_status(zamc_client *, const char *target, void *, zamc_bytes **output, void *) {
-    note(std::string{"status "} + target);
-    static constexpr char text[] = R"({"text":"up"})";
-    *output = zamc_new_bytes(text, sizeof text - 1, ZAM_ENCODE_JSON);
-    return 0;
-}
-
-int32_t on_operation(zamc_client *, const zamc_bytes *input, zamc_bytes **output, void *) {
-    note("operation " + std::string{input->data, static_cast<size_t>(input->length)});
-    static constexpr char text[] = R"({"test-main:result":"done"})";
-    *output = zamc_new_bytes(text, sizeof text - 1, ZAM_ENCODE_JSON);
-    return 0;
-}
-
-int32_t on_message(zamc_client *, uint32_t type, const zam_message *message, void *) {
-    note("message " + std::to_string(type) + " " + std::string{message->data, static_cast<size_t>(message->length)});
-    return 0;
-}
-
-int32_t on_reply(zamc_client *, const zam_message *reply, void *which) {
-    note("reply " + std::to_string(*static_cast<int *>(which)) + " " +
-         (reply ? std::string{reply->data, static_cast<size_t>(reply->length)} : "lost"));
-    return 0;
-}
-
-// A client with a handler of every kind, whose server is this program.
-class Stage {
-public:
-    Stage() : link_{subscriptions()} {
-        FUZZ_EXPECT(zamc_set_message_recv_cb(link_.client(), on_message, nullptr) == 0);
-    }
-
-    zamc_client *client() const { return link_.client(); }
-    void write(std::string_view bytes) { link_.write(bytes); }
-    void run() { zamc_run(link_.client(), 0); }
-    void discard() { link_.received(); } // what the client has sent
-
-    // Sends a request whose reply is noted under that number; its sequence number.
-    uint32_t request(int number) {
-        static constexpr char text[] = R"({"orvel-zam-server:deactivate":{}})";
-        static int numbers[] = {0, 1, 2, 3};
-        const uint32_t seq = client()->send_seq;
-        zamc_bytes *bytes = zamc_new_bytes(text, sizeof text - 1, ZAM_ENCODE_JSON);
-        FUZZ_EXPECT(zamc_send_rpc_asyn(client(), bytes, on_reply, &numbers[number]) == 0);
-        zamc_free_bytes(bytes);
-        link_.received();
-        return seq;
-    }
-
-    // Lets the client handle what has arrived, answering each rewake as a server does; what was called and answered.
-    std::string outcome() {
-        std::string answers;
-        for (int round = 0; round < 10; ++round) {
-            while (zamc_run(client(), 0) > 0) {
-            }
-            test::Decoder decoder;
-            decoder.feed(link_.received());
-            bool rewake = false;
-            while (const auto frame = decoder.next()) {
-                if (frame->kind == Kind::rewake) {
-                    rewake = true;
-                    continue;
-                }
-                answers += "answer " + std::to_string(static_cast<int>(frame->kind)) + " " +
-                           std::to_string(frame->seq) + " " + std::to_string(frame->encoding) + " " + frame->payload +
-                           "\n";
-            }
-            if (!rewake) break;
-            write(test::encode({Kind::rewake, 0, 0, {}}));
-        }
-        return std::exchange(journal, {}) + answers;
-    }
-
-private:
-    static std::span<const zamc_sub_node> subscriptions() {
-        static const auto nodes = [] {
-            std::array<zamc_sub_node, 3> made{};
-            made[0].target = data_target;
-            made[0].type = ZAMC_SUB_CONFIG_CHANGE;
-            made[0].config = on_config;
-            made[0].filter_mask = 0xF | ZAMC_SCENE_NORMAL | ZAMC_SCENE_CFGR | ZAMC_SCENE_ROLLBACK;
-            made[1].target = data_target;
-            made[1].type = ZAMC_SUB_STATUS_QUERY;
-            made[1].status = on_status;
-            made[2].target = "/test-main:run";
-            made[2].type = ZAMC_SUB_OPERATION;
-            made[2].operation = on_operation;
-            return made;
-        }();
-        return nodes;
-    }
-
-    Link link_;
-};
-
 // What the server sends in one exchange; asked anew for each delivery, as the client's requests are.
 struct Exchange {
     const char *name;
-    std::function<std::vector<Frame>(Stage &)> frames;
+    std::function<std::vector<Frame>(ClientStage &)> frames;
 };
 
 std::string publish(const std::string &rest) {
@@ -178,12 +65,12 @@ std::vector<Frame> request(const std::string &payload, uint32_t encoding = json)
 }
 
 Exchange asked(const char *name, const std::string &payload, uint32_t encoding = json) {
-    return {name, [payload, encoding](Stage &) { return request(payload, encoding); }};
+    return {name, [payload, encoding](ClientStage &) { return request(payload, encoding); }};
 }
 
 // Replies, in that order, to requests sent for the purpose; number 9 is a request that was never sent.
 Exchange replied(const char *name, std::vector<int> order, const std::string &payload, uint32_t encoding = json) {
-    return {name, [=](Stage &stage) {
+    return {name, [=](ClientStage &stage) {
                 uint32_t seqs[4] = {};
                 for (int number = 0; number < 4; ++number)
                     if (std::find(order.begin(), order.end(), number) != order.end())
@@ -239,7 +126,7 @@ std::vector<Exchange> exchanges() {
         replied("reply twice", {0, 0}, ""),
         replied("reply to nobody", {9, 0, 9}, ""),
         {"late reply",
-         [](Stage &stage) {
+         [](ClientStage &stage) {
              const uint32_t first = stage.request(0);
              const uint32_t second = stage.request(1);
              return std::vector<Frame>{{Kind::request, 41, json, publish(change("normal", data_target, 1) + "}]}")},
@@ -248,7 +135,7 @@ std::vector<Exchange> exchanges() {
                                        {Kind::reply, first, json, ""}};
          }},
         {"messages",
-         [](Stage &) {
+         [](ClientStage &) {
              return std::vector<Frame>{{Kind::other2, 0, json, R"({"orvel-zam-server:appinfo":{"data":"a"}})"},
                                        {Kind::other3, 0, 3, std::string("\0\1\2", 3)},
                                        {Kind::rewake, 0, 0, ""},
@@ -291,7 +178,7 @@ public:
 private:
     void deliver(const Exchange &exchange, uint64_t wanted) {
         exchange_ = &exchange;
-        Stage stage;
+        ClientStage stage;
         const std::string whole = bytes_of(exchange.frames(stage));
         // The second round counts: the first one's handlers and numbers are as good as any, but it sets the base.
         stage.write(whole);
@@ -312,7 +199,7 @@ private:
             disturbed();
     }
 
-    void expect(Stage &stage, const std::string &how) {
+    void expect(ClientStage &stage, const std::string &how) {
         const std::string got = stage.outcome();
         ++tally.deliveries;
         if (same(got)) return;
@@ -323,7 +210,7 @@ private:
 
     bool same(const std::string &got) const { return got == expected_; }
 
-    void in_pieces(Stage &stage, std::vector<size_t> cuts, const char *how) {
+    void in_pieces(ClientStage &stage, std::vector<size_t> cuts, const char *how) {
         std::string bytes = bytes_of(exchange_->frames(stage));
         if (fuzz::planted() && cuts == std::vector<size_t>{header_size + 3}) bytes.erase(cuts[0], 1);
         size_t from = 0;
@@ -340,7 +227,7 @@ private:
         if (fuzz::planted() && tally.differing > 0) std::exit(1);
     }
 
-    void byte_by_byte(Stage &stage) {
+    void byte_by_byte(ClientStage &stage) {
         for (const char byte : bytes_of(exchange_->frames(stage))) {
             stage.write({&byte, 1});
             stage.run();
@@ -351,7 +238,7 @@ private:
     // In one piece, with what is no frame, or none of a known type, around its frames. The client is one of its own:
     // a frame behind stray bytes leaves as many bytes behind, which a frame in pieces would count as its payload.
     void disturbed() {
-        Stage stage;
+        ClientStage stage;
         const std::vector<Frame> frames = exchange_->frames(stage);
         // So many bytes at the end of what has arrived are looked at again, and must hold no whole frame.
         size_t stray = header_size - 1;
@@ -399,7 +286,7 @@ constexpr bool measures_memory =
 void announced_lengths() {
     constexpr size_t sent = 1u << 18;
     for (const uint32_t length : {1u << 20, 1u << 30, 1u << 31, 0xFFFFFFF0u, 0xFFFFFFFFu}) {
-        Stage stage;
+        ClientStage stage;
         const size_t before = in_use();
         std::string bytes = test::encode({Kind::request, 1, json, {}});
         for (size_t i = 0; i < 4; ++i)
@@ -415,7 +302,7 @@ void announced_lengths() {
             ++tally.differing;
             std::printf("an announced length of %" PRIu32 " takes %zu bytes\n", length, grown);
         }
-        journal.clear();
+        stage.outcome();
     }
 }
 
@@ -436,7 +323,7 @@ int32_t count_outcome(zamc_client *, const zam_message *reply, void *arg) {
 void numbers_pass_their_end(bool in_order) {
     constexpr uint32_t pending = 1000;
     std::vector<Outcome> outcomes(pending);
-    Stage stage;
+    ClientStage stage;
     stage.client()->send_seq = 0xFFFFFF00;
     std::vector<uint32_t> seqs;
     for (Outcome &outcome : outcomes) {
@@ -459,39 +346,6 @@ void numbers_pass_their_end(bool in_order) {
 }
 
 // The other way: what a client sends to the server.
-class ServerStage {
-public:
-    ServerStage() : server_{zam_clients_schema_ctx(), store_, zamd::Limits{}} {
-        int ends[2];
-        FUZZ_EXPECT(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0);
-        fd_ = ends[0];
-        server_.welcome(zamd::Descriptor{ends[1]});
-    }
-    ~ServerStage() { close(fd_); }
-    ServerStage(const ServerStage &) = delete;
-    ServerStage &operator=(const ServerStage &) = delete;
-
-    void write(std::string_view bytes) {
-        (void)!::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        server_.round(0);
-    }
-    std::string outcome() {
-        constexpr int enough = 8; // a transaction, and what it asks others
-        for (int i = 0; i < enough; ++i)
-            server_.round(0);
-        std::string bytes;
-        char block[65536];
-        for (ssize_t count; (count = recv(fd_, block, sizeof block, MSG_DONTWAIT)) > 0;)
-            bytes.append(block, static_cast<size_t>(count));
-        return bytes;
-    }
-
-private:
-    zamd::Store store_{zam_clients_schema_ctx()};
-    zamd::Server server_;
-    int fd_;
-};
-
 std::vector<Frame> requests(std::initializer_list<const char *> texts) {
     std::vector<Frame> frames{
         {Kind::request, 1, json, R"({"orvel-zam-server:register":{"name":"c","attribute":{"encode":"json"}}})"}};
