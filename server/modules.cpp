@@ -74,7 +74,7 @@ Result<void> _check_directory(const std::string &directory) {
     if (!known || access(directory.c_str(), R_OK | X_OK) != 0)
         return refusal("operation-failed",
                        "cannot read the module directory " + directory + ": " + std::strerror(errno));
-    if ((status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0)
+    if ((status.st_mode & S_IWOTH) != 0) // a sticky bit keeps nobody from adding a module
         zam_log_printf(ZAM_LOG_WARN, "Everybody may write to the module directory %s.\n", directory.c_str());
     if (_module_files(directory).empty())
         return refusal("operation-failed", "the module directory " + directory + " holds no module");

@@ -15,7 +15,8 @@
 namespace zam::yang {
 namespace {
 
-// The name of the top object's first member, and whether it is the only one. For well-formed texts only.
+// The name of the top object's first member, without data where there is none, and whether it is the only one. For
+// well-formed texts only.
 struct top_member {
     std::string_view name;
     bool alone;
@@ -31,6 +32,8 @@ size_t _skip_string(std::string_view text, size_t at) {
 
 top_member _find_top_member(std::string_view text) {
     top_member top{{}, true};
+    const size_t start = text.find_first_not_of(" \t\r\n");
+    if (start == std::string_view::npos || text[start] != '{') return top;
     int depth = 0;
     for (size_t at = 0; at < text.size();) {
         const char c = text[at];

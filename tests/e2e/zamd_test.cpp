@@ -103,6 +103,11 @@ TEST_F(Zamd, AFlagWithoutItsValueIsRefused) {
 TEST_F(Zamd, SaveNeedsAFileToWriteTo) {
     EXPECT_THAT(refusal_with({"--save"}), HasSubstr("--startup"));
 }
+// Its address space has nothing at the beginning: a regular file that opens and cannot be read.
+TEST_F(Zamd, AStartupFileThatCannotBeReadIsRefused) {
+    EXPECT_EQ(refusal_with({"--startup", "/proc/self/mem"}),
+              "zamd: /proc/self/mem: cannot be read: Input/output error\n");
+}
 TEST_F(Zamd, ALogLevelOutsideItsRangeIsRefused) {
     for (const char *level : {"8", "-1", "loud", ""}) {
         EXPECT_THAT(refusal_with({"--log-level", level}), HasSubstr("--log-level")) << level;
@@ -169,6 +174,27 @@ TEST_F(Zamd, TheSocketHasTheModeOfItsAddress) {
     };
     EXPECT_EQ(mode(server.dir().path("zamd.sock")), mode_t{0600});
     EXPECT_EQ(mode(dir.path("wide")), mode_t{0666});
+}
+
+TEST_F(Zamd, WarnsOfAModuleDirectoryThatEverybodyMayWriteTo) {
+    for (const mode_t mode : {0755, 0777, 01777}) {
+        TempDir modules;
+        modules.write("m.yang", "module m { namespace urn:m; prefix m; }");
+        ASSERT_EQ(chmod(modules.path().c_str(), mode), 0);
+        Server server{{.modules = {modules.path()}}};
+        const auto warning = HasSubstr("Everybody may write to the module directory " + modules.path());
+        if (mode == 0755)
+            EXPECT_THAT(server.log(), Not(warning));
+        else
+            EXPECT_THAT(server.log(), warning) << std::oct << mode;
+    }
+}
+
+TEST_F(Zamd, SaysWhoRegisters) {
+    Server server;
+    Operator op{server.url()};
+    EXPECT_THAT(server.log(),
+                HasSubstr("process " + std::to_string(getpid()) + " of user " + std::to_string(getuid())));
 }
 
 class ListenOn : public Zamd, public testing::WithParamInterface<const char *> {};
