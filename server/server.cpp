@@ -9,6 +9,8 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 
@@ -106,6 +108,8 @@ void Server::bury_sessions() {
 void Server::welcome(Descriptor fd) {
     zam_socket_block(fd.get(), 0);
     fcntl(fd.get(), F_SETFD, FD_CLOEXEC);
+    const int at_once = 1; // a unix socket refuses it and needs it not
+    setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
     do {
         last_session_++;
     } while (last_session_ == 0 || sessions_.contains(last_session_));

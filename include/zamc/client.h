@@ -370,7 +370,8 @@ uint32_t zamc_request_seq(const zamc_client *client);
  * Answers a request whose handler returned #ZAMC_REPLY_LATER.
  *
  * The answer is the recorded error when zamc_error_set() left one; else `output` as the result of `publish`, in bypass
- * mode unchanged as the payload; else success without output. Output that cannot be printed makes an error answer.
+ * mode unchanged as the payload; else success without output. Output that cannot be printed makes an error answer. A
+ * handler may answer its own request in this way; its result then sends nothing more.
  *
  * @param client The one whose handler has returned #ZAMC_REPLY_LATER.
  * @param seq The request's number; 0 takes the oldest that is owed an answer. While any is owed, a number that is not
@@ -433,9 +434,9 @@ int32_t zamc_deactivate(zamc_client *client);
  * @name Data operations
  *
  * One synchronous exchange each, in the datastore of attribute 2, for at most the time of attribute 3 between two signs
- * of life of the connection. They return 0 for success, -3 for an invalid argument or path, -1 for any other failure:
- * no connection, no answer, or an error of the server. Results are the caller's to free with zamc_free_bytes(); the
- * output is set to null first and stays null when there is no data.
+ * of life of the connection. They return 0 for success, -3 for an invalid argument or path and when there is no memory
+ * to read the path, -1 for any other failure: no connection, no answer, or an error of the server. Results are the
+ * caller's to free with zamc_free_bytes(); the output is set to null first and stays null when there is no data.
  * @{
  */
 

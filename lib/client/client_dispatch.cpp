@@ -17,6 +17,8 @@
 #include <zamc/logger.h>
 
 #include "client/client_internal.h"
+#include "io/connector_internal.h"
+#include "platform/clock.h"
 
 namespace zam::client {
 
@@ -246,9 +248,10 @@ int32_t _run(zamc_client *client, int32_t timeout_ms) {
     // Frames may be there that nothing will wake us for: those put back by a synchronous call, and those that arrived
     // together with the one whose handler has called us.
     if (_is_connected(client) && client->run_depth <= deepest_takeover) _receive(client);
+    idle_wait idle{timeout_ms};
     while (_is_connected(client)) {
         const uint32_t connection = client->connection;
-        zam_trigger *trigger = zam_proactor_wait(client->proactor, timeout_ms);
+        zam_trigger *trigger = idle.next(client);
         if (!trigger) return 0;
         _dispatch_events(client->proactor);
         // The trigger belongs to the connector that it woke for, and a handler may have dropped that one.
@@ -258,6 +261,17 @@ int32_t _run(zamc_client *client, int32_t timeout_ms) {
 }
 
 } // namespace
+
+zam_trigger *idle_wait::next(const zamc_client *client) {
+    if (!io::is_starved(client->connector)) {
+        starved_since_ = -1;
+    } else if (starved_since_ < 0) {
+        starved_since_ = platform::monotonic_ms();
+    } else if (timeout_ms_ >= 0 && platform::monotonic_ms() - starved_since_ >= timeout_ms_) {
+        return nullptr;
+    }
+    return zam_proactor_wait(client->proactor, timeout_ms_);
+}
 
 } // namespace zam::client
 

@@ -103,21 +103,14 @@ void join_input(zamc_client *client) {
 }
 
 // Whether the input still holds a frame or the beginning of one. Stray bytes alone do not count: nobody ever consumes
-// them, and a rewake request for their sake would come back as an echo, find them again, and so on without end.
+// them, and a rewake request for their sake would come back as an echo, find them again, and so on without end. Nor
+// does a part of the magic: bytes that resynchronisation leaves behind end like the last frame, which for an echo is
+// the byte that a magic begins with. When a frame does begin there, the arrival of its rest tells by itself.
 bool frame_start_remains(const zamc_client *client) {
     if (client->input.passed > 0) return true;
     uint32_t length = 0;
     const char *data = zam_connector_readbuf(client->connector, &length);
-    for (const char *at = data; at && length > 0; ++at, --length) {
-        const void *found = std::memchr(at, frame_start[0], length);
-        if (!found) return false;
-        length -= static_cast<uint32_t>(static_cast<const char *>(found) - at);
-        at = static_cast<const char *>(found);
-        if (std::memcmp(at, frame_start.data(), length < frame_start.size() ? length : frame_start.size()) == 0) {
-            return true; // the whole magic, or as much of it as has arrived
-        }
-    }
-    return false;
+    return data && memmem(data, length, frame_start.data(), frame_start.size()) != nullptr;
 }
 
 // Copies a frame that somebody else will want to `aside`, which is created for the first one.

@@ -102,6 +102,19 @@ struct frame {
     zam_message message;
 };
 
+// The waits of one call, each for a whole time-out: anything that happens on the connection begins it anew, except
+// wakes that only repeat themselves for want of memory.
+class idle_wait {
+public:
+    explicit idle_wait(int32_t timeout_ms) : timeout_ms_{timeout_ms} {}
+    // What woke the client, or null after the time-out.
+    zam_trigger *next(const zamc_client *client);
+
+private:
+    int64_t starved_since_ = -1; // ms; -1 while there is memory
+    int32_t timeout_ms_;
+};
+
 inline bool valid_bytes(const zamc_bytes *bytes) {
     return bytes->length >= 0 && (bytes->data != nullptr || bytes->length == 0);
 }

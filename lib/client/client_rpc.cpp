@@ -108,9 +108,10 @@ void _drain_events(reply_wait *wait) {
 
 void _pump(reply_wait *wait, int32_t timeout_ms) {
     zamc_client *client = wait->client;
+    idle_wait idle{timeout_ms};
     while (!wait->found && !zam_connector_closed(client->connector)) {
         const uint32_t connection = client->connection;
-        zam_trigger *trigger = zam_proactor_wait(client->proactor, timeout_ms);
+        zam_trigger *trigger = idle.next(client);
         if (!trigger) {
             zam_log_printf(ZAM_LOG_INFO, "Rpc reply wait is timeout(client name=%s, seq=%u).\n", client->name,
                            wait->seq);

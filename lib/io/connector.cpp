@@ -24,6 +24,7 @@
 #include <zamc/connector.h>
 #include <zamc/logger.h>
 
+#include "io/connector_internal.h"
 #include "io/errno_text.h"
 #include "io/proactor_internal.h"
 #include "io/stream_buffer.h"
@@ -44,6 +45,7 @@ struct zam_connector {
     uint8_t closed;
     uint8_t read_busy;
     uint8_t receive_owed; // a receive event could not be queued
+    uint8_t read_owed;    // there was no room to read into
 };
 
 namespace {
@@ -142,7 +144,8 @@ bool _read_done(zam_connector *connector, std::span<char> area, ssize_t received
 // One read of a wake; true when reading goes on.
 bool _read_some(zam_connector *connector) {
     const std::span<char> area = _get_read_buffer(connector);
-    if (area.empty()) {
+    connector->read_owed = area.empty();
+    if (connector->read_owed) {
         zam_connector_wake_io(connector);
         return false;
     }
@@ -300,6 +303,10 @@ uint8_t zam_connector_closed(const zam_connector *connector) {
 
 void zam_connector_set_closed(zam_connector *connector) {
     if (connector) connector->closed = 1;
+}
+
+bool zam::io::is_starved(const zam_connector *connector) {
+    return connector && !connector->closed && (connector->read_owed || connector->receive_owed);
 }
 
 uint8_t zam_connector_rbusy(const zam_connector *connector) {

@@ -18,16 +18,17 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <ctime>
 #include <sys/epoll.h>
 #include <unistd.h>
 
 #include <zamc/logger.h>
 
 #include "io/errno_text.h"
+#include "platform/clock.h"
 #include "runtime/mem_internal.h"
 
 using zam::io::errno_text;
+using zam::platform::monotonic_ms;
 using zam::runtime::mem_new;
 using zam::runtime::owned_block;
 
@@ -43,20 +44,14 @@ namespace {
 
 constexpr uint32_t always_armed = static_cast<uint32_t>(EPOLLET) | static_cast<uint32_t>(EPOLLRDHUP);
 
-int64_t _monotonic_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 // epoll_wait for one event. A signal is none of the callers' business: their wait goes on for the rest of its time.
 int _wait_for_one(int32_t epoll_fd, epoll_event *event, int32_t timeout_ms) {
-    const int64_t deadline = timeout_ms > 0 ? _monotonic_ms() + timeout_ms : 0;
+    const int64_t deadline = timeout_ms > 0 ? monotonic_ms() + timeout_ms : 0;
     for (;;) {
         const int ready = epoll_wait(epoll_fd, event, 1, timeout_ms);
         if (ready >= 0 || errno != EINTR || timeout_ms == 0) return ready;
         if (timeout_ms < 0) continue;
-        const int64_t left = deadline - _monotonic_ms();
+        const int64_t left = deadline - monotonic_ms();
         if (left <= 0) return 0;
         timeout_ms = static_cast<int32_t>(left);
     }

@@ -20,6 +20,7 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -191,6 +192,9 @@ int _connect_to(const address *entry) {
         close(fd); // silently: the caller reports that nobody answered
         return -1;
     }
+    // An answer that is followed by a request would else wait for the peer's delayed acknowledgement, 40 ms.
+    const int at_once = 1;
+    if (entry->family != AF_UNIX) setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
     return fd;
 }
 

@@ -338,6 +338,23 @@ TEST_F(Activate, AFinishMayBeAnsweredLater) {
     EXPECT_EQ(peer.wait_for_reply(50), reply(50));
 }
 
+TEST_F(Activate, WhatTheFinishBeginsOnAnotherConnectionIsFinishedThere) {
+    handler.act = [&](zamc_client *owner) {
+        EXPECT_GE(zamc_connect(owner, peer.url().c_str()), 0);
+        EXPECT_EQ(zamc_activate(owner, 0, nullptr, nullptr), 0);
+        return 0;
+    };
+    subscribe("/test-main:top/text");
+    EXPECT_EQ(activate(), 0);
+    peer.send(request(50, finish_json));
+    run_until_calls(handler, 1);
+    EXPECT_EQ(client->activation_busy, 1);
+    EXPECT_EQ(statuses(client), (Statuses{{0, 0x104}}));
+    EXPECT_EQ(finish(), reply(0));
+    EXPECT_EQ(client->activation_busy, 0);
+    EXPECT_EQ(statuses(client), (Statuses{{0, 0x008}}));
+}
+
 TEST_F(Activate, TheFinishInXmlIsUnderstood) {
     EXPECT_EQ(activate(), 0);
     peer.send(request(50, std::string{"<notify-activate-finish xmlns=\""} + client_xmlns + "\"/>", 1));

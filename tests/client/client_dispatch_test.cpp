@@ -133,6 +133,15 @@ TEST_F(Dispatch, NoInputAndStrayBytesAskForNone) {
     EXPECT_EQ(rewakes_so_far(), 0);
 }
 
+// The byte that is left ends the echo and could begin a magic: asking for its sake would bring the next echo, for ever.
+TEST_F(Dispatch, WhatAResynchronisationLeavesBehindAsksForNoRewake) {
+    receive_messages();
+    peer.send_raw(std::string(1, '\0') + encode(other("a")) + encode(rewake()));
+    run_until_calls(handler, 1);
+    EXPECT_EQ(zamc_run(client, 50), 0);
+    EXPECT_LE(rewakes_so_far(), 1);
+}
+
 TEST_F(Dispatch, AnAnnouncedPayloadThatNeverComesCostsNoMemory) {
     const std::string header = encode(other("")).substr(0, 12) + "\xFF\xFF\xFF\xFF";
     peer.send_raw(header);
@@ -357,6 +366,20 @@ TEST_F(Dispatch, ARunEndsWithZeroAfterAnIdleTimeoutAndWithMinusOneOnceTheServerH
     peer.drop_connection();
     EXPECT_EQ(zamc_run(client, 10000), -1);
     EXPECT_EQ(zamc_run(client, 10000), -1);
+}
+
+TEST_F(Dispatch, ARunThatHasNoMemoryToReadEndsAfterItsTimeoutAndALaterOneReadsOn) {
+    receive_messages();
+    peer.send(other(std::string(5000, 'x')));
+    for (const int32_t timeout_ms : {0, 1, 50}) {
+        heap.fail_at(1, true);
+        EXPECT_EQ(zamc_run(client, timeout_ms), 0);
+        EXPECT_TRUE(heap.failed());
+        heap.fail_at(0);
+        EXPECT_THAT(handler.calls, IsEmpty());
+    }
+    run_until_calls(handler, 1);
+    EXPECT_THAT(handler.calls, ElementsAre("message 2 2 " + std::string(5000, 'x')));
 }
 
 TEST_F(Dispatch, WhatTheServerSaidBeforeItClosedIsHandled) {

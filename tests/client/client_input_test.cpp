@@ -195,9 +195,18 @@ TEST_F(Input, StrayBytesAreNoFrameStart) {
     }
 }
 
-TEST_F(Input, TheMagicOrItsBeginningAtTheEndIsAFrameStart) {
-    for (const std::string &bytes : {"\0"s, "stray\0"s, "\0\xFB"s, "\0\xFB\xBF"s, "\0\xFB\xBF\0"s, "xx\0\xFB\xBF\0yy"s,
-                                     "\0\0\xFB"s, encode(other("whole")), encode(other("cut")).substr(0, 17)}) {
+// What follows wakes the client by itself, while the end of an echo, left behind by a resynchronisation, never does.
+TEST_F(Input, APartOfTheMagicIsNoFrameStart) {
+    for (const std::string &bytes : {"\0"s, "stray\0"s, "\0\xFB"s, "\0\xFB\xBF"s, "\0\0\xFB"s}) {
+        arrive(bytes);
+        EXPECT_FALSE(client::frame_start_remains(client)) << testing::PrintToString(bytes);
+        zam_connector_consume(client->connector, static_cast<uint32_t>(bytes.size()));
+    }
+}
+
+TEST_F(Input, TheMagicIsAFrameStart) {
+    for (const std::string &bytes :
+         {"\0\xFB\xBF\0"s, "xx\0\xFB\xBF\0yy"s, encode(other("whole")), encode(other("cut")).substr(0, 17)}) {
         arrive(bytes);
         EXPECT_TRUE(client::frame_start_remains(client)) << testing::PrintToString(bytes);
         zam_connector_consume(client->connector, static_cast<uint32_t>(bytes.size()));

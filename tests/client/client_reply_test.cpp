@@ -192,6 +192,19 @@ TEST_F(Replies, ASecondAnswerIsRefusedWhenNothingElseIsPending) {
     EXPECT_THAT(sent_so_far(), ElementsAre(reply(30)));
 }
 
+TEST_F(Replies, AHandlerThatAnswersByItselfIsNotAnsweredForAgain) {
+    for (const int32_t result : {0, -1, int32_t{ZAMC_REPLY_LATER}}) {
+        handler.act = [&](zamc_client *owner) {
+            EXPECT_EQ(zamc_reply_asyn(owner, zamc_request_seq(owner), nullptr), 0);
+            return result;
+        };
+        publish({30});
+        EXPECT_EQ(client->error_code, 0);
+        EXPECT_EQ(client->wait_replies.count, 0u);
+    }
+    EXPECT_THAT(sent_so_far(), ElementsAre(reply(30), reply(30), reply(30)));
+}
+
 TEST_F(Replies, DeferredAnswersGoByNumberOrToTheOldest) {
     defer();
     publish({30, 31, 32, 33});

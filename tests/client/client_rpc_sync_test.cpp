@@ -138,6 +138,37 @@ TEST_F(SyncRpc, ABusyServerHoldsTheCallerLongerThanTheTimeout) {
     EXPECT_FALSE(log.mentions("timeout"));
 }
 
+TEST_F(SyncRpc, AServerThatTakesTheRequestSlowlyIsAliveAsWell) {
+    constexpr int32_t timeout_ms = 400;
+    const std::string part(65536, 'x');
+    peer.answer_with([](const Frame &frame) -> std::vector<Frame> {
+        if (frame.kind == Kind::request) return {Peer::reply_to(frame, "answer")};
+        poll(nullptr, 0, timeout_ms / 20);
+        return {};
+    });
+    for (int i = 0; i < 40; ++i)
+        ASSERT_EQ(zamc_send_message(client, ZAM_MESSAGE_OTHER_3, Payload{part}), 0);
+    EXPECT_EQ(ask(timeout_ms), 0);
+    EXPECT_EQ(got, "answer");
+}
+
+TEST_F(SyncRpc, WakesThatOnlyRepeatThemselvesForWantOfMemoryDoNotKeepTheCaller) {
+    const Payload question{"question"};
+    peer.answer_with([](const Frame &frame) -> std::vector<Frame> {
+        if (frame.payload != "question") return Peer::obliging(frame);
+        return {Peer::reply_to(frame, std::string(5000, 'x'))};
+    });
+    for (uint64_t n = 1; n < 20; ++n) {
+        heap.fail_at(n, true);
+        zamc_bytes *bytes = nullptr;
+        const int32_t result = zamc_send_rpc_sync(client, question, &bytes, 50);
+        EXPECT_EQ(result, heap.failed() ? -1 : 0) << n;
+        heap.fail_at(0);
+        zamc_free_bytes(bytes);
+        ASSERT_NO_FATAL_FAILURE(connect());
+    }
+}
+
 std::atomic<int> signals = 0;
 
 TEST_F(SyncRpc, AWaitThatASignalInterruptsGoesOn) {

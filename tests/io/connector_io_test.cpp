@@ -8,6 +8,7 @@
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 
+#include "io/connector_internal.h"
 #include "io/engine.h"
 #include "support/files.h"
 #include "support/heap.h"
@@ -168,9 +169,23 @@ TEST(ConnectorWake, AReadAreaThatCannotGrowLeavesTheRestInTheSocket) {
     EXPECT_TRUE(log.has(7, text("Proactor rearm trigger ", link.fd, " success")));
     EXPECT_EQ(reads(log), std::vector<int>{1023});
     EXPECT_EQ(zam_connector_closed(link.connector), 0);
+    EXPECT_TRUE(zam::io::is_starved(link.connector));
 
     EXPECT_EQ(link.wake(), Events{link.received()}) << "the re-armed trigger did not report the rest";
     EXPECT_EQ(link.input(), bytes);
+    EXPECT_FALSE(zam::io::is_starved(link.connector));
+}
+
+TEST(ConnectorWake, WithoutMemoryForItsEventIsStarvedUntilOneHasIt) {
+    Heap heap;
+    Link link;
+    EXPECT_FALSE(zam::io::is_starved(nullptr));
+    link.peer_sends("x");
+    heap.fail_at(1);
+    EXPECT_EQ(link.wake(), Events{});
+    EXPECT_TRUE(zam::io::is_starved(link.connector));
+    EXPECT_EQ(link.wake(), Events{link.received()});
+    EXPECT_FALSE(zam::io::is_starved(link.connector));
 }
 
 TEST(ConnectorWake, APeerThatClosesIsReportedOnce) {
