@@ -190,8 +190,9 @@ void _wake_job_done(zam_proactor *, void *, uint32_t) {
     }
 }
 
+// The job goes with its event, also when nobody handles that.
 int32_t _recv_job_event(zam_proactor *, uint32_t, void *para) {
-    const owned_block<job> item{static_cast<job *>(para)};
+    const auto *item = static_cast<const job *>(para);
     if (!item) return 0;
     _call(item->work, item->arg);
     _call(item->done, item->arg);
@@ -327,8 +328,11 @@ int32_t zam_new_job(void *arg, zam_job_fn work, zam_job_fn done) {
     if (ctx.workers.count > 0) {
         _queue_job(ctx, ctx.pending, item);
         _signal(ctx.work_fd);
-    } else if (zam_event_push(ctx.proactor, EVENT_NEW_JOB, item, nullptr) != 0) {
-        zam_free(item); // the queue has logged it; callers know only whether the job itself could be made
+    } else if (ctx.proactor) {
+        // Without memory the queue logs that and drops the job; callers know only whether the job itself could be made.
+        zam_event_push(ctx.proactor, EVENT_NEW_JOB, item, zam_free);
+    } else {
+        zam_free(item);
     }
     return 0;
 }

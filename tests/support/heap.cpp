@@ -24,6 +24,7 @@ struct State {
     uint64_t fail_at = 0; // counts down to the failure
     bool from_then_on = false;
     bool failed = false;
+    std::set<std::string> failed_sites;
 };
 
 State state;
@@ -38,9 +39,13 @@ bool _must_fail() {
 void *_allocate(uint64_t size, bool zeroed, const char *file, uint32_t line) {
     std::lock_guard guard{state.mutex};
     ++state.allocations;
-    if (_must_fail()) return nullptr;
+    const std::string site = std::string{file ? file : "?"} + ":" + std::to_string(line);
+    if (_must_fail()) {
+        state.failed_sites.insert(site);
+        return nullptr;
+    }
     void *block = zeroed ? std::calloc(1, size ? size : 1) : std::malloc(size ? size : 1);
-    if (block) state.blocks[block] = {std::string{file ? file : "?"} + ":" + std::to_string(line), size};
+    if (block) state.blocks[block] = {site, size};
     return block;
 }
 
@@ -114,6 +119,11 @@ void Heap::fail_at(uint64_t n, bool from_then_on) {
 bool Heap::failed() const {
     std::lock_guard guard{state.mutex};
     return state.failed;
+}
+
+std::set<std::string> Heap::failed_sites() {
+    std::lock_guard guard{state.mutex};
+    return state.failed_sites;
 }
 
 uint64_t fail_each_allocation(const std::function<void(bool)> &body, bool from_then_on) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 
 namespace zam::test {
@@ -25,6 +26,9 @@ public:
     // The n-th allocation from now (1 = the next) fails; with `from_then_on` all later ones too. 0 switches it off.
     void fail_at(uint64_t n, bool from_then_on = false);
     bool failed() const; // whether a failure was injected since fail_at
+
+    // "file:line" of all that were ever failed, by this object and by those before it.
+    static std::set<std::string> failed_sites();
 };
 
 // Runs `body` with the 1st, 2nd, … allocation failing, until a run in which nothing failed; each run must leave no live

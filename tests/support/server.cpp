@@ -81,8 +81,8 @@ Server::~Server() {
 }
 
 void Server::start() {
-    std::vector<std::string> command{zamd_path(),      "--listen",    listen_url(), "--log",
-                                     dir_.path("log"), "--log-level", "6"};
+    std::vector<std::string> command{zamd_path(),      "--listen",    listen_url(),      "--log",
+                                     dir_.path("log"), "--log-level", options_.log_level};
     for (const auto &modules : options_.modules.empty() ? std::vector{models_path()} : options_.modules) {
         command.insert(command.end(), {"--modules", modules});
     }

@@ -18,6 +18,7 @@ public:
         std::string startup_name = "startup.json";
         std::vector<std::string> modules{};   // folders; the real models when empty
         std::vector<std::string> arguments{}; // further ones
+        std::string log_level = "6";
     };
 
     Server();
