@@ -3,6 +3,7 @@
 // What the suites of this folder share: they count cells, and what does not hold in them.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cinttypes>
 #include <cstdint>
@@ -49,9 +50,9 @@ class Spread {
 public:
     Spread(uint64_t wanted, uint64_t available) : wanted_{wanted}, available_{available} {}
     bool takes_next() {
-        sum_ += wanted_;
+        sum_ += std::min(wanted_, available_);
         if (sum_ < available_) return false;
-        sum_ -= available_ < wanted_ ? sum_ : available_;
+        sum_ -= available_;
         return true;
     }
 

@@ -25,7 +25,7 @@
 namespace zam::torture {
 namespace {
 
-constexpr uint32_t timeout_ms = 300; // several in a row stay below what counts as hanging
+constexpr uint32_t timeout_ms = 500; // several in a row stay below what counts as hanging
 constexpr char eth0[] = "/ietf-interfaces:interfaces/interface[name=\"eth0\"]";
 constexpr char eth0_text[] = "/ietf-interfaces:interfaces/interface[name=\"eth0\"]/description";
 constexpr char index_state[] = "/ietf-interfaces:interfaces-state/interface[name=\"eth0\"]/if-index";
@@ -324,7 +324,7 @@ constexpr Operation operations[] = {
     {"push-large", // more than a socket takes at once
      [] {
          const Connected client;
-         return client.push(eth0_text, ZAMC_PUSH_MERGE, std::string(1 << 20, 'x') + next_value(), ZAM_ENCODE_JSON) ==
+         return client.push(eth0_text, ZAMC_PUSH_MERGE, std::string(300000, 'x') + next_value(), ZAM_ENCODE_JSON) ==
                     0 &&
                 client.pull() == 0 && client.push(eth0_text, ZAMC_PUSH_MERGE, "small", ZAM_ENCODE_JSON) == 0;
      },

@@ -19,8 +19,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "torture/cells.h"
-
 namespace zam::torture {
 namespace {
 
@@ -81,15 +79,6 @@ Direction other(Direction direction) {
 }
 
 } // namespace
-
-bool eventually(const std::function<bool()> &holds, milliseconds deadline) {
-    const auto until = Clock::now() + deadline;
-    while (!holds()) {
-        if (Clock::now() >= until) return false;
-        poll(nullptr, 0, 1);
-    }
-    return true;
-}
 
 Proxy::Proxy(std::string server_path) : server_path_{std::move(server_path)} {
     listeners_ = {listen_unix(dir_.path("proxy")), listen_tcp(port_)};
