@@ -166,7 +166,11 @@ TEST_F(Notify, AnOperatorWhoLeftIsMissedByNobody) {
         asked.get_future().wait();
     }
     left.set_value();
-    EXPECT_EQ(Operator{server.url()}.pull(eth1_description), "new") << "the handler agreed";
+    Operator op{server.url()};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (op.pull(eth1_description) != "new" && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    EXPECT_EQ(op.pull(eth1_description), "new") << "the handler agreed";
 }
 
 TEST_F(Notify, OnTheTerminalsStreamOnlyANotificationIsTaken) {

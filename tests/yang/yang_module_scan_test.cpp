@@ -26,16 +26,18 @@ TEST(TextFault, JsonIsOneWellFormedValueWithoutArraysInArrays) {
     EXPECT_EQ(find_text_fault(R"({"a":[[]]})", LYD_LYB).what, nullptr);
 }
 
+// The texts are made when their turn comes: the list is made whenever the program starts.
 struct Harmful {
     const char *name;
-    std::string text;
+    std::string (*make)();
     LYD_FORMAT format;
 };
 
 class HarmfulText : public testing::TestWithParam<Harmful> {};
 
 TEST_P(HarmfulText, IsRefusedWithALineBeforeItIsParsed) {
-    const auto &[name, text, format] = GetParam();
+    const auto [name, make, format] = GetParam();
+    const std::string text = make();
     const LogCapture log;
     EXPECT_EQ(zam_lyd_parse_data_mem(test_context(), text.c_str(), format, LYD_PARSE_ONLY, 0), nullptr);
     EXPECT_TRUE(log.has(3, "[libyang]Parse data mem unsuccessful, ret :7."));
@@ -46,18 +48,26 @@ TEST_P(HarmfulText, IsRefusedWithALineBeforeItIsParsed) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, HarmfulText,
-    testing::Values(Harmful{"NestedArrays", R"({"test-main:top":{"xml":[[[]]]}})", LYD_JSON},
-                    Harmful{"NestedArraysInAnydata", R"({"test-main:top":{"any":{"x":[[{}]]}}})", LYD_JSON},
-                    Harmful{"TextBehind", R"({"test-main:top":{"text":"x"}} more)", LYD_JSON},
-                    Harmful{"CutShort", R"({"test-main:top":{"any":{"x":{)", LYD_JSON},
-                    Harmful{"LongMetadata", R"({"test-main:top":{"tag":["a"],"@tag":[null,{"x:y":"1"}]}})", LYD_JSON},
-                    Harmful{"HugeExponent", R"({"test-main:top":{"number":1e99999999}})", LYD_JSON},
-                    Harmful{"EqualValues", R"({"test-main:top":{"tag":)" + strings(40'000, true) + "}}", LYD_JSON},
-                    Harmful{"DeepObjects", R"({"test-main:top":{"any":)" + repeated(R"({"a":)", 1'000'000), LYD_JSON},
-                    Harmful{"DeepElements", R"(<top xmlns="urn:test:main"><any>)" + repeated("<a>", 1'000'000),
-                            LYD_XML},
-                    Harmful{"EqualElements",
-                            R"(<top xmlns="urn:test:main">)" + repeated("<tag>a</tag>", 40'000) + "</top>", LYD_XML}),
+    testing::Values(
+        Harmful{"NestedArrays", [] { return std::string{R"({"test-main:top":{"xml":[[[]]]}})"}; }, LYD_JSON},
+        Harmful{"NestedArraysInAnydata", [] { return std::string{R"({"test-main:top":{"any":{"x":[[{}]]}}})"}; },
+                LYD_JSON},
+        Harmful{"TextBehind", [] { return std::string{R"({"test-main:top":{"text":"x"}} more)"}; }, LYD_JSON},
+        Harmful{"CutShort", [] { return std::string{R"({"test-main:top":{"any":{"x":{)"}; }, LYD_JSON},
+        Harmful{"LongMetadata",
+                [] { return std::string{R"({"test-main:top":{"tag":["a"],"@tag":[null,{"x:y":"1"}]}})"}; }, LYD_JSON},
+        Harmful{"HugeExponent", [] { return std::string{R"({"test-main:top":{"number":1e99999999}})"}; }, LYD_JSON},
+        Harmful{"EqualValues", [] { return std::string{R"({"test-main:top":{"tag":)" + strings(40'000, true) + "}}"}; },
+                LYD_JSON},
+        Harmful{"DeepObjects",
+                [] { return std::string{R"({"test-main:top":{"any":)" + repeated(R"({"a":)", 1'000'000)}; }, LYD_JSON},
+        Harmful{"DeepElements",
+                [] { return std::string{R"(<top xmlns="urn:test:main"><any>)" + repeated("<a>", 1'000'000)}; },
+                LYD_XML},
+        Harmful{
+            "EqualElements",
+            [] { return std::string{R"(<top xmlns="urn:test:main">)" + repeated("<tag>a</tag>", 40'000) + "</top>"}; },
+            LYD_XML}),
     [](const auto &harmful) { return harmful.param.name; });
 
 TEST(HarmfulTemplate, IsRefusedToo) {
