@@ -31,7 +31,8 @@ extern "C" {
  *
  * @param url Needs a port, or a mode with a unix path.
  * @return The descriptor, blocking and inherited by child processes, to be closed by the caller; -1 on failure, without
- *         a message when the URL has no address (such as an over-long path).
+ *         a message when the URL has no address (such as an over-long path). errno tells why, or stays as it was, or is
+ *         0 for a name that nobody knows.
  */
 int32_t zam_socket_listen(const char *url);
 

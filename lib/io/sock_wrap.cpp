@@ -101,7 +101,9 @@ address *_resolve_name(const parsed_url *url) {
     addrinfo *found = nullptr;
     const int error = getaddrinfo(url->host, url->port, &hints, &found);
     if (error != 0) {
+        const int cause = error == EAI_SYSTEM ? errno : 0; // else what the resolver last tried in vain
         zam_log_printf(ZAM_LOG_WRONG, "Get address info for %s unsuccessful(%s).\n", url->host, gai_strerror(error));
+        errno = cause;
         return nullptr;
     }
     const runtime::owned<addrinfo, freeaddrinfo> results{found};

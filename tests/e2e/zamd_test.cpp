@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <filesystem>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -202,6 +203,10 @@ INSTANTIATE_TEST_SUITE_P(, ListenOn, testing::Values("127.0.0.1:", "[::1]:", "lo
 
 TEST_P(ListenOn, AnInternetAddressServes) {
     const std::string address = GetParam() + std::to_string(free_port());
+    addrinfo *found = nullptr;
+    if (address.starts_with("localhost") && getaddrinfo("localhost", nullptr, nullptr, &found) != 0)
+        GTEST_SKIP() << "this machine does not know its own name";
+    if (found) freeaddrinfo(found);
     Server server{{.startup = two_interfaces, .arguments = {"--listen", address}}};
     EXPECT_EQ(Operator{"tcp://" + address}.pull("/ietf-interfaces:interfaces/interface[name='eth0']/enabled"), "true");
 }

@@ -54,7 +54,10 @@ public:
     int answer(const char *host, const char *port, const addrinfo *given, addrinfo **found) {
         question = text(host, " ", port);
         hints = *given;
-        if (error != 0) return error;
+        if (error != 0) {
+            errno = tried_in_vain;
+            return error;
+        }
         ++held;
         for (size_t i = 0; i < results.size(); ++i) {
             results[i].info.ai_addr = reinterpret_cast<sockaddr *>(&results[i].storage);
@@ -65,7 +68,8 @@ public:
     }
 
     int error = 0;
-    int held = 0; // lists given out and not yet freed
+    int tried_in_vain = 0; // the errno beside `error`
+    int held = 0;          // lists given out and not yet freed
     std::string question;
     addrinfo hints{};
     static inline ScriptedResolver *current = nullptr;
@@ -270,6 +274,17 @@ TEST(GetAddrinfo, ReportsANameThatTheResolverDoesNotKnow) {
     EXPECT_FALSE(resolve("tcp://nowhere.example:830"));
     EXPECT_EQ(log.all(),
               text("[WRONG] Get address info for nowhere.example unsuccessful(", gai_strerror(EAI_NONAME), ").\n"));
+}
+
+TEST(GetAddrinfo, LeavesAnErrnoOnlyWhenTheSystemFailed) {
+    ScriptedResolver resolver;
+    resolver.tried_in_vain = ENOENT;
+    resolver.error = EAI_NONAME;
+    EXPECT_FALSE(resolve("tcp://nowhere.example:830"));
+    EXPECT_EQ(errno, 0);
+    resolver.error = EAI_SYSTEM;
+    EXPECT_FALSE(resolve("tcp://nowhere.example:830"));
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(GetAddrinfo, SkipsAnAnswerForWhichThereIsNoMemory) {

@@ -60,7 +60,8 @@ bool play(const Scene &scene, uint64_t n, bool from_then_on, uint64_t *allocatio
     if (allocations) *allocations = heap.allocations();
     if (run.failures() > 0) report(scene, n, from_then_on, std::to_string(run.failures()) + " wrong results");
     if (heap.live() != 0) report(scene, n, from_then_on, "leaks " + heap.live_sites());
-    // A peer may still be about to notice that the connection has ended; that of the scene before may have been counted.
+    // A peer may still be about to notice that the connection has ended; that of the scene before may have been
+    // counted.
     bool closed = false;
     for (int i = 0; i < 10000 && !closed; ++i) {
         closed = test::open_descriptors() <= descriptors;
