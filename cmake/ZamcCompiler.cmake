@@ -26,6 +26,11 @@ if(ZAMC_SANITIZE)
     target_link_options(zamc_compile INTERFACE -fsanitize=${ZAMC_SANITIZE})
 endif()
 
+if(ZAMC_COVERAGE)
+    # Atomic: threads count at the same time.
+    target_compile_options(zamc_compile INTERFACE -fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic)
+    target_link_options(zamc_compile INTERFACE -fprofile-instr-generate)
+endif()
 if(ZAMC_FUZZ)
     target_compile_options(zamc_compile INTERFACE -fsanitize=fuzzer-no-link)
     target_link_options(zamc_compile INTERFACE -fsanitize=fuzzer-no-link)

@@ -43,6 +43,9 @@ ${CC:-cc} -std=c11 -Wall -Wextra -Werror "$source/tests/install/consumer/consume
     $(pkg-config --cflags --libs zamc)
 "$work/by-pkg-config" "$work/models" | grep -q uplink || fail "the program built through pkg-config does not work"
 
+# The one that this tree was built with is there.
+CMAKE_GENERATOR=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$build/CMakeCache.txt")
+export CMAKE_GENERATOR
 for consumer in "$source/tests/install/consumer" "$(dirname "$(find_one interfaces.c)")"; do
     { cmake -S "$consumer" -B "$work/by-cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS=-Werror &&
       cmake --build "$work/by-cmake"; } >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
