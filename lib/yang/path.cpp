@@ -34,7 +34,6 @@ constexpr uint32_t keys_max = 256;
 
 void _free_key(void *item) {
     auto *key = static_cast<zam_path_key *>(item);
-    if (!key) return;
     zam_free(key->name);
     zam_free(key->value);
     zam_free(key);

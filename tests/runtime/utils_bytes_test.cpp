@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include <gtest/gtest.h>
+#include <zamc/mem.h>
 
 #include "support/heap.h"
 #include "support/log_capture.h"
@@ -407,6 +408,21 @@ TEST_F(RwBytes, NullArgumentsAndMissingBlocksAreHarmless) {
     _create(8, "abc");
     EXPECT_EQ(plain_pushf(buffer_, nullptr), -1);
     EXPECT_EQ(_content(), "abc");
+}
+
+TEST(RwBytesRecord, OfACallersOwnIsTakenAsItSays) {
+    char outside[] = "x";
+    zam_rw_bytes none{0, 1, outside};
+    zam_rw_bytes_pop_front(&none, 1);
+    zam_rw_bytes_pop_back(&none, 1);
+    EXPECT_STREQ(outside, "x") << "of which it says that there is nothing";
+
+    zam_rw_bytes absent{8, 3, nullptr};
+    zam_rw_bytes_resize(&absent, 10);
+    EXPECT_EQ(absent.capacity, 10u);
+    ASSERT_NE(absent.data, nullptr);
+    EXPECT_STREQ(absent.data, "");
+    zam_free(absent.data);
 }
 
 TEST(RwBytesHeap, LeavesNothingBehindWhenAnyAllocationFails) {

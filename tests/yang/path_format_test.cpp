@@ -150,6 +150,26 @@ TEST(PathFormat, WithoutMemoryThereIsNoForm) {
     EXPECT_GT(failed, 10u);
 }
 
+// Quotes lengthen the form, so that its block has to grow at another place each time.
+TEST(PathFormat, WithoutMemoryToGrowAnywhereThereIsNoForm) {
+    std::string path = "/m:l";
+    std::string form = path;
+    for (int keys = 1; keys <= 40; ++keys) {
+        path += "[k=1]";
+        form += "[k=\"1\"]";
+        uint64_t refused = 0;
+        const uint64_t failed = fail_each_allocation([&](bool) {
+            const Text made{zam_format_data_path((path + "/n:o/p[q=2]/r").c_str(), 1)};
+            if (!made) {
+                ++refused;
+            } else {
+                EXPECT_EQ(made.get(), form + "/n:o/p[q=\"2\"]/r");
+            }
+        });
+        EXPECT_EQ(refused, failed) << keys;
+    }
+}
+
 TEST(PathFormat, WithoutMemoryThereIsNoCopy) {
     uint64_t refused = 0;
     const uint64_t failed = fail_each_allocation([&refused](bool) {

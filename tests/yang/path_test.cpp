@@ -249,6 +249,18 @@ TEST(Path, WithoutMemoryASegmentIsRefused) {
     EXPECT_GE(failed, 3u * 3 + 3);
 }
 
+TEST(Path, WithoutMemoryForMoreKeysThanUsualASegmentIsRefused) {
+    std::string text = "l";
+    for (int i = 0; i < 9; ++i)
+        text += "[k" + std::to_string(i) + "=1]";
+    uint64_t refused = 0;
+    const uint64_t failed = fail_each_allocation([&](bool) {
+        const Node node{zam_get_path_node(text.c_str(), nullptr)};
+        if (!node) ++refused;
+    });
+    EXPECT_EQ(refused, failed);
+}
+
 TEST(Path, ALongPathIsReadInLinearTime) {
     std::string text = "l[k='" + std::string(4'000'000, '[') + "']";
     const auto segment = read(text);

@@ -113,7 +113,12 @@ TEST_F(Splice, AnXmlListTakesThePlaceOfTheEntryWithItsKeys) {
     EXPECT_EQ(xml_list("<a><ll>x</ll><l><k>1</k></l></a>", "<l/>", "l"), "<a><ll>x</ll><l/></a>");
 }
 
+TEST_F(Splice, AnXmlListIsToldFromAKeyWhoseNameBeginsLikeIt) {
+    EXPECT_EQ(xml_list("<a><l><l-id>1</l-id></l></a>", "<l/>", "l"), "<a><l/></a>");
+}
+
 TEST_F(Splice, AnXmlListWhoseNameIsNotThereFails) {
+    EXPECT_EQ(xml_list("<a><l><k>1</k></l></a>", "<l/>", "longer-than-all-that-follows"), "(null)");
     EXPECT_EQ(xml_list("<a><l><k>1</k></l></a>", "<l/>", "m"), "(null)");
     EXPECT_EQ(xml_list("<a></l></a>", "<l/>", "l"), "(null)");
 }
