@@ -150,23 +150,25 @@ TEST(PathFormat, WithoutMemoryThereIsNoForm) {
     EXPECT_GT(failed, 10u);
 }
 
-// Quotes lengthen the form, so that its block has to grow at another place each time.
+// Quotes lengthen the form, two bytes a key, so that its block has to grow at another place each time.
 TEST(PathFormat, WithoutMemoryToGrowAnywhereThereIsNoForm) {
-    std::string path = "/m:l";
-    std::string form = path;
-    for (int keys = 1; keys <= 40; ++keys) {
-        path += "[k=1]";
-        form += "[k=\"1\"]";
-        uint64_t refused = 0;
-        const uint64_t failed = fail_each_allocation([&](bool) {
-            const Text made{zam_format_data_path((path + "/n:o/p[q=2]/r").c_str(), 1)};
-            if (!made) {
-                ++refused;
-            } else {
-                EXPECT_EQ(made.get(), form + "/n:o/p[q=\"2\"]/r");
-            }
-        });
-        EXPECT_EQ(refused, failed) << keys;
+    for (const std::string end : {"r", "rr"}) {
+        std::string path = "/m:l";
+        std::string form = path;
+        for (int keys = 1; keys <= 40; ++keys) {
+            path += "[k=1]";
+            form += "[k=\"1\"]";
+            uint64_t refused = 0;
+            const uint64_t failed = fail_each_allocation([&](bool) {
+                const Text made{zam_format_data_path((path + "/n:o/p[q=2]/" + end).c_str(), 1)};
+                if (!made) {
+                    ++refused;
+                } else {
+                    EXPECT_EQ(made.get(), form + "/n:o/p[q=\"2\"]/" + end);
+                }
+            });
+            EXPECT_EQ(refused, failed) << keys;
+        }
     }
 }
 
