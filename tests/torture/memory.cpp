@@ -141,7 +141,8 @@ int main(int argc, char **argv) {
     start_server();
     start_peer();
     if (zam::fuzz::planted()) torture({"planted", forgetful}, wanted);
-    for (const auto scenes : {runtime_scenes(), yang_scenes(), wire_scenes(), client_scenes(), server_scenes()})
+    for (const auto scenes :
+         {runtime_scenes(), yang_scenes(), lookup_scenes(), wire_scenes(), client_scenes(), server_scenes()})
         for (const Scene &scene : scenes)
             if (argc <= 2 || std::strstr(scene.name, argv[2])) torture(scene, wanted);
     stop_server();

@@ -61,6 +61,7 @@ struct Scene {
 
 std::span<const Scene> runtime_scenes();
 std::span<const Scene> yang_scenes();
+std::span<const Scene> lookup_scenes();
 std::span<const Scene> wire_scenes();
 std::span<const Scene> client_scenes();
 std::span<const Scene> server_scenes(); // with a zamd of its own process

@@ -2,6 +2,8 @@
 // Copyright the zamc authors
 // Memory, containers, buffers, texts and times; the event engine, sockets and jobs.
 #include <array>
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
 
 #include <sys/epoll.h>
@@ -23,6 +25,7 @@
 #include "fuzz/fuzz.h"
 #include "memory.h"
 #include "support/files.h"
+#include "support/frames.h"
 
 namespace zam::torture {
 namespace {
@@ -70,6 +73,9 @@ void vectors(Run &run) {
         }
     }
     run.always("used", zam_vector_used(vector) == used);
+    for (uint32_t index = 0; index < zam_vector_size(vector); ++index)
+        if (zam_vector_get(vector, index)) zam_vector_remove(vector, index, nullptr);
+    run.always("used", zam_vector_used(vector) == 0);
     zam_vector_free(vector, nullptr);
 }
 
@@ -80,6 +86,11 @@ void hashes(Run &run) {
     zam_dlist_node node{};
     const int32_t added = run.code("append", zam_hash_append(hash, &node, "key"));
     run.always("count", zam_hash_num(hash) == (added == 0 ? 1u : 0u));
+    run.always("found", zam_hash_find(hash, "key") == (added == 0 ? &node : nullptr));
+    const zam_dlist *bucket = zam_hash_get_list(hash, "key");
+    run.always("bucket", !hash || (bucket && bucket->head == (added == 0 ? &node : nullptr)));
+    run.code("remove", zam_hash_remove(hash, &node, "key"));
+    run.always("count", zam_hash_num(hash) == 0);
     zam_hash_free(hash, nullptr);
 }
 
@@ -95,6 +106,19 @@ void maps(Run &run) {
             run.always("as it was", zam_ptrmap_size(map) == before && !zam_ptrmap_find(map, key));
             zam_free(value);
         }
+        const uint32_t size = zam_ptrmap_size(map);
+        uint32_t visited = 0;
+        const auto visit = [](void *, void *arg) {
+            ++*static_cast<uint32_t *>(arg);
+            return int32_t{0};
+        };
+        zam_ptrmap_foreach(map, visit, &visited);
+        run.always("each", visited == size);
+        run.expect("first", (zam_ptrmap_getnext(map, nullptr) != nullptr) == (size > 0));
+        const uint32_t number = 1000;
+        zam_ptrmap_del(map, type == ZAM_PTRMAP_KEY_STRING ? static_cast<const void *>("1000") : &number, 1);
+        zam_ptrmap_clear(map);
+        run.always("empty", zam_ptrmap_size(map) == 0);
         zam_ptrmap_destroy(map);
     }
 }
@@ -121,6 +145,47 @@ void byte_buffers(Run &run) {
     zam_rw_bytes_free(bytes);
 }
 
+// Lists take no memory themselves.
+void lists(Run &run) {
+    struct Item {
+        zam_dlist_node link;
+    };
+    zam_dlist list;
+    zam_dlist_init(&list);
+    for (int i = 0; i < 3; ++i) {
+        auto *item = run.object("item", static_cast<Item *>(zam_calloc(1, sizeof(Item))));
+        if (!item) continue;
+        if (list.head) {
+            zam_dlist_insert(&list, list.head, &item->link);
+        } else {
+            zam_dlist_append(&list, &item->link);
+        }
+    }
+    if (zam_dlist_node *first = list.head) {
+        zam_dlist_remove(&list, first);
+        zam_free(first);
+    }
+    zam_dlist_free(&list, [](zam_dlist_node *node) { zam_free(node); });
+}
+
+ZAM_PRINTF(2, 3) void through_lists(Run &run, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    char *text = nullptr;
+    run.always("vasprintf", zam_vasprintf(&text, format, args) == (text ? 4 : -1));
+    run.object("vasprintf", text);
+    zam_free(text);
+    va_end(args);
+    va_start(args, format);
+    zam_rw_bytes *bytes = run.object("buffer", zam_rw_bytes_new(2));
+    run.code("vpushf", zam_rw_bytes_vpushf(bytes, format, args));
+    zam_rw_bytes_free(bytes);
+    va_end(args);
+}
+void argument_lists(Run &run) {
+    through_lists(run, "%s", "text");
+}
+
 void string_builders(Run &run) {
     zam_string string;
     zam_init_string(&string);
@@ -141,14 +206,23 @@ void texts(Run &run) {
     zam_free(run.object("uuid", zam_get_uuid()));
     time_t time = 0;
     run.code("date", zam_datetime2time("2026-11-15T08:01:55.042+01:00", &time));
+    run.always("numbers",
+               zam_get_ms() >= INT32_MIN && zam_uint64_safe_add(1, 2) == 3 && zam_str_hash("a") == zam_str_hash("a"));
+    run.always("words", zam_get_str_error(ENOENT) && zam_event_name(EVENT_CONNECT_CLOSE));
 }
 
-void log_files(Run &) {
+void log_files(Run &run) {
     static const test::TempDir dir;
     zam_open_log_file(dir.path("a").c_str());
     zam_write_log_file(3, "%s", "text\n");
     zam_open_log_file(dir.path("b").c_str());
     zam_write_log_file(3, "%s", "text\n");
+    // Lines go through the file's output while it is the log's.
+    const int32_t level = zam_get_log_level();
+    zam_log_config(ZAM_LOG_DEBUG, zam_write_log_file);
+    zam_log_printf(ZAM_LOG_WRONG, "%s\n", "text");
+    fuzz::silence_log();
+    run.always("level", zam_get_log_level() == level);
     zam_close_log_file();
 }
 
@@ -165,15 +239,18 @@ void events(Run &run) {
         pushed +=
             run.code("push", zam_event_push(proactor, EVENT_CLIENT_ONLINE, &released, [](void *) { ++released; })) == 0;
     zam_event *event = zam_event_pop(proactor);
+    if (event) run.always("event", zam_event_id(event) == EVENT_CLIENT_ONLINE && zam_event_para(event) == &released);
     zam_event_dispatch(proactor, event);
     zam_event_free(event);
     run.expect("handled", handled == 1);
+    zam_event_unregister(registry, EVENT_CLIENT_ONLINE);
     int pair[2];
     run.always("sockets", socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) == 0);
     zam_trigger *trigger =
         run.object("trigger", zam_trigger_new(
                                   pair[0], nullptr, [](zam_proactor *, void *, uint32_t) {}, nullptr));
     run.code("arm", zam_trigger_arm(proactor, trigger, EPOLLOUT));
+    run.code("rearm", zam_trigger_rearm(proactor, trigger, EPOLLOUT));
     zam_trigger *woken = zam_proactor_wait(proactor, 0);
     run.always("woken", woken == trigger || run.failed());
     zam_proactor_done(proactor, woken);
@@ -217,6 +294,12 @@ void connectors(Run &run) {
     if (!connector) close(pair[0]);
     zam_event_register(engine.registry, EVENT_MESSAGE_RECV, [](zam_proactor *, uint32_t, void *) { return 0; });
     zam_event_register(engine.registry, EVENT_CONNECT_CLOSE, [](zam_proactor *, uint32_t, void *) { return 0; });
+    zam_connector_set_context(connector, &engine);
+    run.always("context", !connector || zam_connector_context(connector) == &engine);
+    zam_connector_reg_close_cb(connector, [](zam_connector *) {});
+    zam_connector_set_rbusy(connector, 1);
+    run.always("busy", !connector || zam_connector_rbusy(connector) == 1);
+    zam_connector_set_rbusy(connector, 0);
     const std::string text(100000, 'x');
     if (run.code("write", zam_connector_write(connector, text.data(), 100000)) == 0) zam_connector_flush(connector);
     std::array<char, 100000> received;
@@ -232,7 +315,34 @@ void connectors(Run &run) {
     zam_message message{ZAM_ENCODE_JSON, 5, received.data()};
     run.code("frame", zam_message_push(connector, ZAM_MESSAGE_REQUEST, 1, &message));
     run.code("reply", zam_send_reply(connector, 1, &message));
+    zam_connector_recall(connector, 1);
     run.code("wake", zam_connector_wake_io(connector));
+    zam_connector_set_closed(connector);
+    run.always("closed", zam_connector_closed(connector) == 1);
+    zam_connector_free(connector);
+    close(pair[1]);
+}
+
+void frames(Run &run) {
+    Engine engine;
+    run.object("proactor", engine.proactor);
+    int pair[2];
+    run.always("sockets", socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair) == 0);
+    run.code("non-blocking", zam_socket_block(pair[0], 0));
+    run.code("inherited", zam_socket_cloexec(pair[0]));
+    zam_connector *connector = run.object("connector", zam_connector_new(engine.proactor, pair[0], nullptr));
+    if (!connector) close(pair[0]);
+    const std::string bytes = test::encode({test::Kind::reply, 7, ZAM_ENCODE_JSON, "text"});
+    if (run.code("input", zam_connector_reentry(connector, bytes.data(), static_cast<uint32_t>(bytes.size()))) == 0) {
+        uint32_t length = 0;
+        char *input = zam_connector_readbuf(connector, &length);
+        zam_message message{};
+        run.always("frame", zam_message_peek(input, length, &message) == 1);
+        run.always("reply", zam_message_type(&message) == ZAM_MESSAGE_REPLY && zam_message_seq(&message) == 7 &&
+                                zam_message_is_reply(&message, 7) == 1);
+        zam_message_pop(connector, &message);
+        run.always("nothing left", !zam_connector_readbuf(connector, &length) || length == 0);
+    }
     zam_connector_free(connector);
     close(pair[1]);
 }
@@ -298,11 +408,14 @@ std::span<const Scene> runtime_scenes() {
         {"hashes", hashes},
         {"maps", maps},
         {"byte buffers", byte_buffers},
+        {"lists", lists},
+        {"argument lists", argument_lists},
         {"strings", string_builders},
         {"texts", texts},
         {"log files", log_files},
         {"events", events},
         {"connectors", connectors},
+        {"frames", frames},
         {"jobs", jobs},
         {"sockets", sockets},
     };
