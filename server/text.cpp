@@ -3,43 +3,11 @@
 #include "text.h"
 
 #include <algorithm>
-#include <cstdint>
+
+#include "text_internal.h"
 
 namespace zamd {
 namespace {
-
-bool _is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-bool _is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-int _hex_digit(char c) {
-    if (_is_digit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// The code unit of the four digits at `at`, or -1.
-int32_t _hex_quad(std::string_view text, std::size_t at) {
-    if (at + 4 > text.size()) return -1;
-    int32_t unit = 0;
-    for (std::size_t i = at; i < at + 4; ++i) {
-        int digit = _hex_digit(text[i]);
-        if (digit < 0) return -1;
-        unit = unit * 16 + digit;
-    }
-    return unit;
-}
-
-bool _is_high_surrogate(int32_t unit) {
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-bool _is_low_surrogate(int32_t unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
 
 int32_t _join(int32_t high, int32_t low) {
     return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
@@ -90,14 +58,14 @@ std::size_t _value_end(std::string_view text, std::size_t at) {
             if (depth == 0) return at; // a bare word or number ended by its container
             if (--depth == 0) return at + 1;
         }
-        if (depth == 0 && (c == ',' || _is_blank(c))) return at;
+        if (depth == 0 && (c == ',' || is_blank(c))) return at;
         ++at;
     }
     return at;
 }
 
 std::size_t _skip(std::string_view text, std::size_t at) {
-    while (at < text.size() && (_is_blank(text[at]) || text[at] == ',' || text[at] == ':'))
+    while (at < text.size() && (is_blank(text[at]) || text[at] == ',' || text[at] == ':'))
         ++at;
     return at;
 }
@@ -110,9 +78,9 @@ std::size_t line_of(std::string_view text, std::size_t at) {
 }
 
 std::string_view trim(std::string_view text) {
-    while (!text.empty() && _is_blank(text.front()))
+    while (!text.empty() && is_blank(text.front()))
         text.remove_prefix(1);
-    while (!text.empty() && _is_blank(text.back()))
+    while (!text.empty() && is_blank(text.back()))
         text.remove_suffix(1);
     return text;
 }
@@ -166,12 +134,12 @@ std::string json_unescape(std::string_view body) {
             out.push_back(which == std::string_view::npos ? c : meanings[which]);
             continue;
         }
-        int32_t unit = _hex_quad(body, at + 1);
+        int32_t unit = hex_quad(body, at + 1);
         if (unit < 0) continue; // not reached with checked text
         at += 4;
-        if (_is_high_surrogate(unit)) {
-            int32_t low = _hex_quad(body, at + 3);
-            if (_is_low_surrogate(low)) {
+        if (is_high_surrogate(unit)) {
+            int32_t low = hex_quad(body, at + 3);
+            if (is_low_surrogate(low)) {
                 unit = _join(unit, low);
                 at += 6;
             }
@@ -205,13 +173,13 @@ std::string json_join_surrogates(std::string_view text) {
     std::string out;
     std::size_t done = 0;
     for (std::size_t at = text.find('\\'); at != std::string_view::npos; at = text.find('\\', at)) {
-        int32_t high = text.substr(at, 2) == "\\u" ? _hex_quad(text, at + 2) : -1;
-        if (!_is_high_surrogate(high)) {
+        int32_t high = text.substr(at, 2) == "\\u" ? hex_quad(text, at + 2) : -1;
+        if (!is_high_surrogate(high)) {
             at += 2;
             continue;
         }
         out.append(text, done, at - done);
-        _append_utf8(out, _join(high, _hex_quad(text, at + 8)));
+        _append_utf8(out, _join(high, hex_quad(text, at + 8)));
         done = at += 12;
     }
     return out.append(text, done);

@@ -9,10 +9,10 @@
 //
 // The walk keeps a frame for each open object or array; the members of all open objects lie in one vector, each
 // object's behind those of the one that it is in.
-#include <cstdint>
 #include <unordered_map>
 
 #include "text.h"
+#include "text_internal.h"
 
 namespace zamd {
 namespace {
@@ -20,39 +20,6 @@ namespace {
 constexpr std::size_t longest_number = 64; // digits enough for every built-in type, with room for an exponent
 constexpr std::size_t longest_exponent = 3;
 constexpr std::size_t most_equal_values = 1000; // in one array; a configuration has no two
-
-bool _is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-bool _is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-int _hex_digit(char c) {
-    if (_is_digit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// The code unit of the four digits at `at`, or -1.
-int32_t _hex_quad(std::string_view text, std::size_t at) {
-    if (at + 4 > text.size()) return -1;
-    int32_t unit = 0;
-    for (std::size_t i = at; i < at + 4; ++i) {
-        int digit = _hex_digit(text[i]);
-        if (digit < 0) return -1;
-        unit = unit * 16 + digit;
-    }
-    return unit;
-}
-
-bool _is_high_surrogate(int32_t unit) {
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-bool _is_low_surrogate(int32_t unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
 
 // The bytes that the UTF-8 character at `at` takes; 0 when it is none: truncated, overlong, a surrogate, too large.
 std::size_t _utf8_length(std::string_view text, std::size_t at) {
@@ -127,7 +94,7 @@ private:
     }
     char _now() const { return at_ < text_.size() ? text_[at_] : '\0'; }
     void _skip_blanks() {
-        while (at_ < text_.size() && _is_blank(text_[at_]))
+        while (at_ < text_.size() && is_blank(text_[at_]))
             ++at_;
     }
 
@@ -138,7 +105,7 @@ private:
         if (at_ == text_.size()) return _fail("the text ends early");
         if (c == '{' || c == '[') return _open(c == '{' ? Kind::object : Kind::array);
         std::size_t from = at_;
-        bool scalar = c == '"' ? _string() : c == '-' || _is_digit(c) ? _number() : _word();
+        bool scalar = c == '"' ? _string() : c == '-' || is_digit(c) ? _number() : _word();
         if (!scalar) return false;
         Value value;
         if (c == 'n') value.kind = Kind::null;
@@ -255,13 +222,13 @@ private:
             at_ += 2;
             return true;
         }
-        int32_t unit = _hex_quad(text_, at_ + 2);
+        int32_t unit = hex_quad(text_, at_ + 2);
         if (unit < 0) return _fail("an incomplete escape");
         if (unit == 0) return _fail("a NUL character");
-        if (_is_low_surrogate(unit)) return _fail("half a surrogate pair");
+        if (is_low_surrogate(unit)) return _fail("half a surrogate pair");
         at_ += 6;
-        if (!_is_high_surrogate(unit)) return true;
-        bool paired = text_.substr(at_, 2) == "\\u" && _is_low_surrogate(_hex_quad(text_, at_ + 2));
+        if (!is_high_surrogate(unit)) return true;
+        bool paired = text_.substr(at_, 2) == "\\u" && is_low_surrogate(hex_quad(text_, at_ + 2));
         if (!paired) return _fail("half a surrogate pair");
         at_ += 6;
         return true;
@@ -269,7 +236,7 @@ private:
 
     std::size_t _digits() {
         std::size_t from = at_;
-        while (_is_digit(_now()))
+        while (is_digit(_now()))
             ++at_;
         return at_ - from;
     }

@@ -3,16 +3,11 @@
 //
 // A scanner for XML tags. It knows markup well enough to say where elements begin and end; names, entities and
 // namespaces are left to libyang.
-#include <cstdint>
-
 #include "text.h"
+#include "text_internal.h"
 
 namespace zamd {
 namespace {
-
-bool _is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
 
 enum class Markup { text, open, empty, close, other, broken };
 
@@ -79,7 +74,7 @@ Piece _next_piece(std::string_view text, std::size_t at) {
     bool empty = !inside.empty() && inside.back() == '/';
     if (empty) inside.remove_suffix(1);
     std::size_t name_end = 0;
-    while (name_end < inside.size() && !_is_blank(inside[name_end]))
+    while (name_end < inside.size() && !is_blank(inside[name_end]))
         ++name_end;
     piece.name = inside.substr(0, name_end);
     piece.attributes = trim(inside.substr(name_end));
