@@ -87,6 +87,7 @@ std::vector<Attribute> _prefixes(std::string_view outer, std::string_view inner)
 
 bool _leads_to(const ly_ctx *ctx, const lysc_node *parent, std::string_view object, uint16_t kinds) {
     for (const JsonMember &member : json_members(object)) {
+        if (member.name.starts_with('@')) continue; // metadata
         const size_t colon = member.name.find(':');
         const lys_module *module = parent != nullptr ? parent->module : nullptr;
         if (colon != std::string_view::npos)

@@ -82,7 +82,7 @@ bool _is_plain_data(const ly_ctx *ctx, const char *text) {
 
 bool may_be_json_operation(const ly_ctx *ctx, const char *text) {
     const top_member top = _find_top_member(text);
-    if (top.name.data() == nullptr || !top.alone) return false;
+    if (top.name.data() == nullptr || !top.alone || top.name.starts_with('@')) return false;
     return _is_top_operation(ctx, top.name) || !_is_plain_data(ctx, text);
 }
 

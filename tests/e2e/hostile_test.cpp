@@ -251,6 +251,7 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"Truncated", R"({"orvel-zam-server:pull":{"entity":"/)"},
         Bad{"TextBehind", R"({"orvel-zam-server:pull":{}} {"orvel-zam-server:pull":{}})"},
         Bad{"TwoOperations", R"({"orvel-zam-server:pull":{},"orvel-zam-server:push":{}})"},
+        Bad{"MetadataAlone", R"({"@orvel-zam-server:pull":{"entity":"/"}})"},
         Bad{"UnknownModule", R"({"nowhere:pull":{}})"}, Bad{"UnknownOperation", R"({"orvel-zam-server:pullover":{}})"},
         Bad{"NoOperation", R"({"ietf-interfaces:interfaces":{}})"},
         Bad{"ClientsOperation", R"({"orvel-zam-client:publish":{}})"},

@@ -28,6 +28,7 @@ TEST(JsonOperation, IsAnActionInTheDataThatItBelongsTo) {
 TEST(JsonOperation, HasNothingBesideIt) {
     EXPECT_FALSE(may_be(R"({"test-main:run":{},"test-main:alarm":{}})"));
     EXPECT_FALSE(may_be(R"({"test-main:run":{},"@test-main:run":{}})"));
+    EXPECT_FALSE(may_be(R"({"@test-main:run":{"speed":5}})"));
 }
 
 TEST(JsonOperation, IsNeitherDataNorUnknown) {
