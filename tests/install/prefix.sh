@@ -32,7 +32,7 @@ done
 mkdir "$work/models"
 "$source/tools/link-models" "$work/models" ietf-interfaces iana-if-type
 export LD_LIBRARY_PATH=$libdir
-LC_ALL=C "$prefix/bin/zamctl" --version | grep -q '^zamctl [0-9]' || fail "zamctl does not run"
+LC_ALL=C "$prefix/bin/zamctl" --version | grep '^zamctl [0-9]' >/dev/null || fail "zamctl does not run"
 
 # A prefix of its own first, libyang where the system has it.
 export PKG_CONFIG_PATH=$libdir/pkgconfig${PKG_CONFIG_PATH:+:$PKG_CONFIG_PATH}
@@ -41,7 +41,7 @@ yang=$(pkg-config --variable=yangdir zamc)
 # shellcheck disable=SC2046
 ${CC:-cc} -std=c11 -Wall -Wextra -Werror "$source/tests/install/consumer/consumer.c" -o "$work/by-pkg-config" \
     $(pkg-config --cflags --libs zamc)
-"$work/by-pkg-config" "$work/models" | grep -q uplink || fail "the program built through pkg-config does not work"
+"$work/by-pkg-config" "$work/models" | grep uplink >/dev/null || fail "the program built through pkg-config does not work"
 
 # The one that this tree was built with is there.
 CMAKE_GENERATOR=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$build/CMakeCache.txt")
@@ -50,7 +50,7 @@ for consumer in "$source/tests/install/consumer" "$(dirname "$(find_one interfac
     { cmake -S "$consumer" -B "$work/by-cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS=-Werror &&
       cmake --build "$work/by-cmake"; } >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
     if [ -e "$work/by-cmake/consumer" ]; then
-        "$work/by-cmake/consumer" "$work/models" | grep -q uplink ||
+        "$work/by-cmake/consumer" "$work/models" | grep uplink >/dev/null ||
             fail "the program built through find_package does not work"
     else
         [ -x "$work/by-cmake/interfaces" ] || fail "the installed examples do not build"
