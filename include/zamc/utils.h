@@ -246,8 +246,8 @@ int32_t zam_time2datetime(time_t time, char **text);
 /**
  * Makes an identifier in the form of a version 4 UUID (RFC 4122, section 4.4): 36 characters in lower case.
  *
- * It tells things of one process apart and is no secret and no proof of uniqueness: the seed is the microsecond of the
- * current second, two calls within one microsecond give the same text, and no byte is ever ff.
+ * Enough to tell things of one process apart, not to keep a secret or to be unique: it is seeded with the microsecond
+ * within the current second, so that two calls within one microsecond give the same text. No byte is ever ff.
  *
  * @return a new text, to be released with zam_free(), or null when there is no memory
  */
