@@ -65,6 +65,13 @@ protected:
     std::future<std::string> call_tune_meanwhile(uint32_t frequency) {
         return std::async(std::launch::async, [=, this] { return call_tune(frequency); });
     }
+    // An application that carries the operation out as `behaviour` says.
+    App tuner(Behaviour behaviour = {}) {
+        return App{server.url(),
+                   journal,
+                   {{.target = tune, .type = ZAMC_SUB_OPERATION, .behaviour = std::move(behaviour)}},
+                   options()};
+    }
     App::Options options() const { return {.encode = GetParam().provider}; }
     std::string song(const std::string &text) const {
         return provider_xml() ? R"(<song xmlns="urn:zamc:test:radio">)" + text + "</song>"
@@ -106,14 +113,9 @@ INSTANTIATE_TEST_SUITE_P(Encodings, Operation,
                          [](const auto &given) { return given.param.name; });
 
 TEST_P(Operation, InputGoesInTheApplicationsEncodingAndOutputComesInTheCallers) {
-    App app{server.url(),
-            journal,
-            {{.target = tune,
-              .type = ZAMC_SUB_OPERATION,
-              .behaviour = answers_with(R"({"radio:signal":-3,"radio:song":"a \"b\" <c> \\ ü"})",
-                                        R"(<signal xmlns="urn:zamc:test:radio">-3</signal>)"
-                                        R"(<song xmlns="urn:zamc:test:radio">a "b" &lt;c&gt; \ ü</song>)")}},
-            options()};
+    App app = tuner(answers_with(R"({"radio:signal":-3,"radio:song":"a \"b\" <c> \\ ü"})",
+                                 R"(<signal xmlns="urn:zamc:test:radio">-3</signal>)"
+                                 R"(<song xmlns="urn:zamc:test:radio">a "b" &lt;c&gt; \ ü</song>)"));
     EXPECT_EQ(call_tune(),
               caller_xml()
                   ? R"(<tune xmlns="urn:zamc:test:radio"><signal>-3</signal><song>a "b" &lt;c&gt; \ ü</song></tune>)"
@@ -139,7 +141,7 @@ TEST_P(Operation, WithoutInputTheHandlerGetsAnEmptyObjectOrAnEmptyText) {
 }
 
 TEST_P(Operation, WithoutOutputTheAnswerIsEmpty) {
-    App app{server.url(), journal, {{.target = tune, .type = ZAMC_SUB_OPERATION}}, options()};
+    App app = tuner();
     EXPECT_EQ(call_tune(), "");
 }
 
@@ -177,7 +179,7 @@ TEST_P(Operation, AnActionOfOneEntryIsNoOtherEntrys) {
 }
 
 TEST_P(Operation, DeferredAnswersAreGivenByTheirNumbers) {
-    App app{server.url(), journal, {{.target = tune, .type = ZAMC_SUB_OPERATION, .behaviour = later}}, options()};
+    App app = tuner(later);
     auto first = call_tune_meanwhile(1);
     const auto one = journal.wait_for(is_operation);
     ASSERT_TRUE(one);
@@ -195,7 +197,7 @@ TEST_P(Operation, DeferredAnswersAreGivenByTheirNumbers) {
 }
 
 TEST_P(Operation, DeferredAnswersWithoutANumberGoToTheOldest) {
-    App app{server.url(), journal, {{.target = tune, .type = ZAMC_SUB_OPERATION, .behaviour = later}}, options()};
+    App app = tuner(later);
     auto first = call_tune_meanwhile(1);
     const auto one = journal.wait_for(is_operation);
     ASSERT_TRUE(one);
@@ -209,7 +211,7 @@ TEST_P(Operation, DeferredAnswersWithoutANumberGoToTheOldest) {
 }
 
 TEST_P(Operation, ADeferredRefusalCarriesItsCodeAndText) {
-    App app{server.url(), journal, {{.target = tune, .type = ZAMC_SUB_OPERATION, .behaviour = later}}, options()};
+    App app = tuner(later);
     auto reply = call_tune_meanwhile(1);
     ASSERT_TRUE(journal.wait_for(is_operation));
     EXPECT_EQ(app.on_thread([](zamc_client *client) {
@@ -221,64 +223,39 @@ TEST_P(Operation, ADeferredRefusalCarriesItsCodeAndText) {
 }
 
 TEST_P(Operation, ARefusalCarriesTheHandlersCodeAndText) {
-    App app{server.url(),
-            journal,
-            {{.target = tune,
-              .type = ZAMC_SUB_OPERATION,
-              .behaviour =
-                  [](zamc_client *client, const Call &, zamc_bytes **) {
-                      zamc_error_set(client, -7, "100%% static: %d", 3);
-                      return 1;
-                  }}},
-            options()};
+    App app = tuner([](zamc_client *client, const Call &, zamc_bytes **) {
+        zamc_error_set(client, -7, "100%% static: %d", 3);
+        return 1;
+    });
     EXPECT_THAT(call_tune(), an_error("4294967289", "100% static: 3"));
 }
 
 TEST_P(Operation, ACodeRecordedBesidesSuccessIsARefusalAllTheSame) {
-    App app{server.url(),
-            journal,
-            {{.target = tune,
-              .type = ZAMC_SUB_OPERATION,
-              .behaviour =
-                  [](zamc_client *client, const Call &, zamc_bytes **) {
-                      zamc_error_set(client, 5, nullptr);
-                      return 0;
-                  }}},
-            options()};
+    App app = tuner([](zamc_client *client, const Call &, zamc_bytes **) {
+        zamc_error_set(client, 5, nullptr);
+        return 0;
+    });
     EXPECT_THAT(call_tune(), an_error("5", ""));
 }
 
 TEST_P(Operation, ARefusalWithoutAReasonSaysThatTheServiceFailed) {
-    App app{server.url(),
-            journal,
-            {{.target = tune,
-              .type = ZAMC_SUB_OPERATION,
-              .behaviour = [](zamc_client *, const Call &, zamc_bytes **) { return -1; }}},
-            options()};
+    App app = tuner([](zamc_client *, const Call &, zamc_bytes **) { return -1; });
     EXPECT_THAT(call_tune(), an_error("4294967293", "Service process failed"));
 }
 
 TEST_P(Operation, OutputThatIsNotWellFormedIsARefusal) {
-    App app{server.url(),
-            journal,
-            {{.target = tune, .type = ZAMC_SUB_OPERATION, .behaviour = answers_with(R"({"radio:song":)", "<song>")}},
-            options()};
+    App app = tuner(answers_with(R"({"radio:song":)", "<song>"));
     EXPECT_THAT(call_tune(), HasSubstr("rpc-error"));
     EXPECT_THAT(call_tune(), HasSubstr("app")) << "the connection goes on";
 }
 
 TEST_P(Operation, OutputThatTheModelDoesNotKnowIsARefusalThatNamesTheClient) {
-    App app{server.url(),
-            journal,
-            {{.target = tune,
-              .type = ZAMC_SUB_OPERATION,
-              .behaviour = answers_with(R"({"radio:smell":"x"})", R"(<smell xmlns="urn:zamc:test:radio">x</smell>)")}},
-            options()};
+    App app = tuner(answers_with(R"({"radio:smell":"x"})", R"(<smell xmlns="urn:zamc:test:radio">x</smell>)"));
     EXPECT_THAT(call_tune(), AllOf(HasSubstr("rpc-error"), HasSubstr("'app'"), HasSubstr(tune), HasSubstr("smell")));
 }
 
 TEST_P(Operation, InputThatTheModelDoesNotKnowIsRefusedAndNobodyIsAsked) {
-    App app{server.url(), journal, {{.target = tune, .type = ZAMC_SUB_OPERATION}}, options()};
+    App app = tuner();
     journal.clear();
     EXPECT_THAT(
         call(R"({"radio:tune":{"station":1}})", R"(<tune xmlns="urn:zamc:test:radio"><station>1</station></tune>)"),
@@ -289,7 +266,7 @@ TEST_P(Operation, InputThatTheModelDoesNotKnowIsRefusedAndNobodyIsAsked) {
 TEST_P(Operation, NobodyToCarryItOutMakesItUnsupported) {
     EXPECT_THAT(call_tune(), AllOf(not_supported(), HasSubstr(tune)));
     {
-        App app{server.url(), journal, {{.target = tune, .type = ZAMC_SUB_OPERATION}}, options()};
+        App app = tuner();
         EXPECT_EQ(call_tune(), "");
         EXPECT_EQ(app.change_subscriptions({}, {{.target = tune, .type = ZAMC_SUB_OPERATION}}), 0);
         EXPECT_THAT(call_tune(), not_supported());
@@ -362,16 +339,10 @@ TEST_P(Operation, AnApplicationMayCallItsOwnOperation) {
 }
 
 TEST_P(Operation, AnApplicationThatGoesWhileItIsAskedMakesItFailAtOnce) {
-    App app{server.url(),
-            journal,
-            {{.target = tune,
-              .type = ZAMC_SUB_OPERATION,
-              .behaviour =
-                  [](zamc_client *client, const Call &, zamc_bytes **) {
-                      zamc_disconnect(client);
-                      return 0;
-                  }}},
-            options()};
+    App app = tuner([](zamc_client *client, const Call &, zamc_bytes **) {
+        zamc_disconnect(client);
+        return 0;
+    });
     EXPECT_THAT(call_tune(), AllOf(HasSubstr("rpc-error"), HasSubstr("'app'")));
 }
 
