@@ -2,6 +2,8 @@
 // Copyright the zamc authors
 // A payload as a document: walked, edited, printed, and what was printed is read again.
 #include <array>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include <zamc/client.h>
@@ -40,6 +42,14 @@ Bytes print(zamc_doc *doc, uint32_t format) {
     return Bytes{zamc_format_doc(doc, format)};
 }
 
+// The planted fault: a part whose row is the greater number.
+bool below_the_diagonal(const char *json) {
+    constexpr char part[] = R"("part":[{"row":%d,"column":%d)";
+    const char *at = std::strstr(json, R"("part")");
+    int row = 0, column = 0;
+    return at && std::sscanf(at, part, &row, &column) == 2 && row > column;
+}
+
 } // namespace
 
 void start() {
@@ -57,9 +67,7 @@ void run(std::string_view input) {
     if (doc) {
         walk(doc.get());
         const Bytes json = print(doc.get(), ZAM_ENCODE_JSON);
-        if (json && planted() &&
-            std::string_view{json->data}.find(R"("part":[{"row":1,"column":2)") != std::string::npos)
-            std::abort();
+        if (json && planted() && below_the_diagonal(json->data)) planted_fault();
         const Bytes xml = print(doc.get(), ZAM_ENCODE_XML);
     } else {
         doc.reset(zamc_new_doc(format));

@@ -34,6 +34,11 @@ bool planted() {
     return wanted;
 }
 
+void planted_fault() {
+    std::fputs("the planted fault\n", stderr);
+    std::abort();
+}
+
 void broken(const char *condition, const char *file, int line) {
     std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
     std::abort();

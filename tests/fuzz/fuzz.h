@@ -25,8 +25,9 @@ void run(std::string_view input);
 void silence_log();
 
 // Whether ZAMC_PLANT asks the targets to fail on an input that is hard to find, which proves that the search reaches
-// it.
+// it. Ends the process with a line of its own, so that no other finding passes for it.
 bool planted();
+[[noreturn]] void planted_fault();
 
 // What every target promises; ends the process, with the line, when it does not hold.
 #define FUZZ_EXPECT(condition) ((condition) ? void() : ::zam::fuzz::broken(#condition, __FILE__, __LINE__))

@@ -28,7 +28,7 @@ void read_segments(const std::string &path) {
         FUZZ_EXPECT(node == nullptr);
         if (position < path.size() && path[position] == '/') ++position;
     }
-    if (planted() && segments == 3 && keys == 2 && path.find("\\\"") != std::string::npos) std::abort();
+    if (planted() && segments == 3 && keys == 2 && path.find("\\\"") != std::string::npos) planted_fault();
 }
 
 } // namespace

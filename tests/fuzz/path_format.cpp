@@ -31,6 +31,14 @@ Segments segments_of(const char *path) {
     return segments;
 }
 
+// What the planted fault looks at: how many characters of the values have to be escaped.
+size_t escaped_characters(const Segments &segments) {
+    size_t count = 0;
+    for (const std::string &segment : segments)
+        count += static_cast<size_t>(std::ranges::count_if(segment, [](char c) { return c == '"' || c == '\\'; }));
+    return count;
+}
+
 } // namespace
 
 void start() {}
@@ -47,7 +55,7 @@ void run(std::string_view input) {
     FUZZ_EXPECT(twice && std::string_view{once.get()} == twice.get());
     const Segments segments = segments_of(path.c_str());
     FUZZ_EXPECT(segments == segments_of(once.get()));
-    if (planted() && segments.size() == 4 && segments[1] == "k\n\"" && segments[3] == "k\n\\") std::abort();
+    if (planted() && escaped_characters(segments) == 4) planted_fault();
 }
 
 } // namespace zam::fuzz

@@ -21,7 +21,8 @@ int32_t on_config(zamc_client *client, uint32_t mask, uint32_t, int32_t, const c
         zamc_error_set(client, 50, "%s", target);
         return -1;
     }
-    if (planted() && mask != 0 && std::strcmp(target, "/test-main:top/item[name=\"x\"]") == 0) std::abort();
+    constexpr uint32_t replacement_taken_back = ZAMC_SCENE_ROLLBACK | ZAMC_CONFIG_DELETE | ZAMC_CONFIG_CREATE;
+    if (planted() && mask == replacement_taken_back) planted_fault();
     return std::strlen(target) % 7 == 1 ? ZAMC_REPLY_LATER : 0;
 }
 

@@ -14,9 +14,13 @@ namespace {
 
 constexpr int requests = 3;
 
+int refusals; // callbacks of this input that were handed an error in JSON
+
 int32_t count(zamc_client *, const zam_message *reply, void *arg) {
     ++*static_cast<int *>(arg);
-    if (planted() && reply && reply->length > 20 && std::string_view{reply->data, 9} == R"({"ietf-ne)") std::abort();
+    constexpr std::string_view error = R"({"ietf-netconf:rpc-error")";
+    if (reply && std::string_view{reply->data, reply->length}.starts_with(error)) ++refusals;
+    if (planted() && refusals == 2) planted_fault();
     return 0;
 }
 
@@ -28,6 +32,7 @@ void start() {
 
 void run(std::string_view input) {
     int calls[requests] = {};
+    refusals = 0;
     {
         Link link;
         static constexpr char text[] = R"({"orvel-zam-server:deactivate":{}})";

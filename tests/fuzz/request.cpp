@@ -73,7 +73,7 @@ void run(std::string_view input) {
             const Record record{in.until(record_separator)};
             hostile.send(record.type, record.seq, record.encoding, record.payload);
         }
-        if (planted() && hostile.received().find(R"("item":[{"name":"x")") != std::string::npos) std::abort();
+        if (planted() && hostile.received().find("data-exists") != std::string::npos) planted_fault();
     }
     Peer other{server};
     other.send(ZAM_MESSAGE_REQUEST, 1, ZAM_ENCODE_JSON, hello);

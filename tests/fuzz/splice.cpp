@@ -52,6 +52,13 @@ bool has_the_shape(const Place &place, const std::string &fragment) {
     return fragment.size() >= 2 && fragment.front() == (array ? '[' : '{') && fragment.back() == (array ? ']' : '}');
 }
 
+// What the planted fault looks at; 0 where there is none.
+int value_of_b(const std::string &json) {
+    constexpr std::string_view name = R"("b":)";
+    const size_t at = json.find(name);
+    return at == std::string::npos ? 0 : std::atoi(json.c_str() + at + name.size());
+}
+
 } // namespace
 
 void start() {
@@ -70,7 +77,7 @@ void run(std::string_view input) {
     const test::Tree whole = plainly(place, fragment);
     if (!whole || !spliced) return;
     FUZZ_EXPECT(test::to_json(whole) == test::to_json(spliced));
-    if (planted() && test::to_json(whole).find(R"("inner":{"c":)") != std::string::npos) std::abort();
+    if (planted() && value_of_b(test::to_json(whole)) > 7) planted_fault();
 }
 
 } // namespace zam::fuzz

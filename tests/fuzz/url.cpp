@@ -35,7 +35,7 @@ void run(std::string_view input) {
     FUZZ_EXPECT(std::strlen(url->host) <= text.size());
     if (planted() && url->scheme && url->port && std::strcmp(url->host, "::1") == 0 &&
         std::strcmp(url->port, "77") == 0)
-        std::abort();
+        planted_fault();
     if (needs_resolver(*url)) return;
     const io::owned_addresses list{io::_get_addrinfo(url.get())};
     for (const io::address *at = list.get(); at; at = at->next) {
