@@ -153,10 +153,11 @@ private:
     std::minstd_rand random_;
 };
 
-size_t put(const std::string &text, uint8_t *out, size_t max_size) {
-    const size_t size = std::min(text.size(), max_size);
-    std::copy_n(text.begin(), size, out);
-    return size;
+// False where it does not fit: cut, it would be broken.
+bool put(const std::string &text, uint8_t *out, size_t max_size) {
+    if (text.size() > max_size) return false;
+    std::ranges::copy(text, out);
+    return true;
 }
 
 std::string take(const uint8_t *data, size_t size) {
@@ -171,7 +172,7 @@ size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max_size, unsi
     if (mutator.coin()) return LLVMFuzzerMutate(data, size, max_size);
     std::string text = zam::fuzz::take(data, size);
     mutator.change(text, text);
-    return zam::fuzz::put(text, data, max_size);
+    return zam::fuzz::put(text, data, max_size) ? text.size() : LLVMFuzzerMutate(data, size, max_size);
 }
 
 size_t LLVMFuzzerCustomCrossOver(const uint8_t *data, size_t size, const uint8_t *other, size_t other_size,
@@ -179,5 +180,5 @@ size_t LLVMFuzzerCustomCrossOver(const uint8_t *data, size_t size, const uint8_t
     zam::fuzz::Mutator mutator{seed};
     std::string text = zam::fuzz::take(data, size);
     mutator.change(text, zam::fuzz::take(other, other_size));
-    return zam::fuzz::put(text, out, max_out_size);
+    return zam::fuzz::put(text, out, max_out_size) ? text.size() : 0;
 }
