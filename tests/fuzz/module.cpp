@@ -18,7 +18,7 @@ using Context = std::unique_ptr<ly_ctx, decltype([](ly_ctx *ctx) { ly_ctx_destro
 
 test::TempDir *dir = nullptr;
 
-// The planted fault: a default that is another digit than the 2 of the seed that has one.
+// The planted fault: a default that begins with a digit other than 2, the only one in the corpus.
 bool has_other_default(std::string_view text) {
     constexpr std::string_view statement = "default ";
     const size_t at = text.find(statement);
