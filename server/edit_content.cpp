@@ -17,6 +17,8 @@
 #include <cstring>
 #include <unordered_set>
 
+#include <zamc/yang_module.h>
+
 #include "store_copy.h"
 #include "store_error.h"
 #include "text.h"
@@ -449,7 +451,8 @@ private:
         uint32_t state = kind_ != ContentKind::answer ? LYD_PARSE_NO_STATE : 0;
         LibyangErrors errors(ctx_);
         if (_parse_with(document, plain_parse | state)) return {};
-        Error error = errors.take("The content does not fit the data model.");
+        Error error = errors.take(fault_ ? std::string("The content is not read: ") + fault_ + "."
+                                         : "The content does not fit the data model.");
         if (kind_ == ContentKind::answer || !_may_hold_operations(document)) return error;
         std::string again = format_ == Format::json ? WholeLeafLists(ctx_).rename(document, nullptr) : document;
         bool parsed = _parse_with(again, lenient_parse | state) && _all_opaque_are_deleted(content_.tree.root);
@@ -457,6 +460,8 @@ private:
     }
 
     bool _parse_with(const std::string &document, uint32_t options) {
+        fault_ = zam_lyd_text_fault(ctx_, document.c_str(), static_cast<LYD_FORMAT>(format_), nullptr);
+        if (fault_) return false;
         lyd_node *parsed = nullptr;
         LY_ERR result =
             lyd_parse_data_mem(ctx_, document.c_str(), static_cast<LYD_FORMAT>(format_), options, 0, &parsed);
@@ -469,6 +474,7 @@ private:
     const lysc_node *schema_;
     Format format_;
     ContentKind kind_;
+    const char *fault_ = nullptr; // why the document was not given to libyang
     Content content_;
 };
 

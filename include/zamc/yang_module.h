@@ -256,18 +256,37 @@ struct ly_in *zam_ly_in_new_memory(const char *text);
  * failure, and gives null as well.
  *
  * Texts come from peers, and libyang takes some of them badly: it crashes on arrays directly inside arrays, recurses as
- * deep as they nest, and needs a time that grows with the square of the number of equal values in one place. Texts
- * in memory are therefore looked through first, in one pass. Refused, as a failed parse with a line at level 3 that
- * names the reason and the offset in bytes, are
+ * deep as they nest, needs a time that grows with the square of the number of equal values in one place, and leaks the
+ * content of an anydata that it refuses. Texts in memory are therefore looked through first. Refused, as a failed parse
+ * with a line at level 3 that names the reason and the offset in bytes, are
  * - JSON (RFC 7951, RFC 8259) that is not exactly one well-formed value, or that holds an array directly inside an
- *   array, an exponent of more than three digits, or metadata that does not stand right behind the member it is for;
+ *   array, an exponent of more than three digits, a letter, digit or other character of YANG names that is written as
+ *   an escape in the name of a member, or metadata (RFC 7952) that does not stand right behind the member it is for,
+ *   where that is an array, or qualified and directly in an anydata;
+ * - JSON with an anydata or anyxml of several nodes (members, or elements of a member) of which one does not parse or
+ *   is an RPC or a notification (one that stands there alone is read), and with more than 8 anydata inside one another.
+ *   Content of several nodes is read twice, content of one, such as a single top-level container, is not;
  * - XML with markup that does not end, or with an end tag too many;
- * - in both, more than 1,024 levels, and the same value more than about a thousand times in one array or element.
+ * - in both, more than 1,024 levels, and the same value more than about a thousand times in one array or element; in
+ *   JSON also the same name more than about three thousand times in one object (RFC 7493 allows it once).
  * @{
  */
 
 /**
- * Parses data from a NUL-terminated text, which is logged at level 7.
+ * Takes that look at a text without parsing it, for whoever gives a text from a peer to libyang himself.
+ *
+ * @param ctx With the modules of the data; null for a look that needs no schema, which leaves anydata out.
+ * @param text Ended by a NUL; null and blank texts have no fault.
+ * @param format LYD_XML or LYD_JSON; nothing is known about other formats.
+ * @param[out] offset Where the fault is, in bytes from the start of the text; may be null.
+ * @return What is wrong with the text, a constant; null if it may be parsed. That says nothing about whether it fits
+ * the schema. After a fault libyang's last error is the one of the content that does not parse, or none.
+ */
+const char *zam_lyd_text_fault(const struct ly_ctx *ctx, const char *text, LYD_FORMAT format, size_t *offset);
+
+/**
+ * Parses data from a NUL-terminated text, which is logged at level 7. Content of several nodes in an anydata in JSON is
+ * not validated itself, nor completed by defaults.
  *
  * @param ctx With the modules of the data.
  * @param text Ended by a NUL.

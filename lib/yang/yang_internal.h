@@ -58,7 +58,7 @@ constexpr size_t json_depth_max = 1024;
 struct json_scan {
     bool well_formed;   // exactly one JSON value (RFC 8259) in valid UTF-8, blanks around it allowed
     bool nested_arrays; // an array stands directly inside an array; libyang does not take those in an anydata
-    size_t offset;      // where the scan ended: the length of a well-formed text, else the place of the fault or harm
+    size_t offset;      // the place of the harm, the fault or the nested array; the length of a text without one
     const char *harm;   // what libyang must not be given though it may be well-formed; null when there is nothing
 };
 
@@ -76,9 +76,6 @@ text_fault scan_xml(std::string_view text);
 // Why a text in either format may not be parsed. JSON has to be well-formed as well: of other text libyang takes the
 // part that it likes, or leaks it. A blank text is no fault.
 text_fault find_text_fault(const char *text, LYD_FORMAT format);
-// The same as a question, with a line at level 3 when the answer is no; libyang's last error is forgotten then.
-bool may_be_parsed(const ly_ctx *ctx, const char *text, LYD_FORMAT format);
-
 // Attaches outgoing JSON as the anydata child `name` of `parent`, an inner node with a schema node. `module` is the
 // anydata's module, null for the parent's; with `output` the anydata is one of the operation's output. Printed as JSON
 // the content is `text`, byte for byte, blanks inside and around it included; printed as XML it would be that text

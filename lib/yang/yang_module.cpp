@@ -16,6 +16,7 @@
 #include "runtime/mem_internal.h"
 #include "yang/yang_internal.h"
 #include "yang/yang_module_internal.h"
+#include "yang/yang_module_scan_internal.h"
 
 using namespace zam::yang;
 
@@ -30,9 +31,24 @@ lyd_node *_parsed(LY_ERR result, lyd_node *tree) {
     return nullptr;
 }
 
-bool _may_be_operation(const ly_ctx *ctx, const char *text, LYD_FORMAT format) {
-    if (find_text_fault(text, format).what != nullptr) return false;
-    return format != LYD_JSON || may_be_json_operation(ctx, text);
+bool _may_be_operation(const text_use &use, const char *text, LYD_FORMAT format) {
+    if (look_into(use, text, format).fault.what != nullptr) return false;
+    return format != LYD_JSON || may_be_json_operation(use.ctx, text);
+}
+
+LY_ERR _parse_data(const ly_ctx *ctx, const char *text, LYD_FORMAT format, uint32_t parse_options,
+                   uint32_t validate_options, lyd_node **tree) {
+    const any_content content = check_text({ctx}, text, format);
+    if (content.fault.what != nullptr) return LY_EVALID;
+    if (!content.has_several || (parse_options & LYD_PARSE_ONLY) != 0)
+        return lyd_parse_data_mem(ctx, text, format, parse_options, validate_options, tree);
+    // While it reads an anydata it would refuse what stands there twice, and leak the rest: so it validates afterwards.
+    LY_ERR result = lyd_parse_data_mem(ctx, text, format, parse_options | LYD_PARSE_ONLY, 0, tree);
+    if (result == LY_SUCCESS) result = lyd_validate_all(tree, ctx, validate_options, nullptr);
+    if (result == LY_SUCCESS) return LY_SUCCESS;
+    lyd_free_all(*tree);
+    *tree = nullptr;
+    return result;
 }
 
 // Null for a file, whose text only libyang has.
@@ -208,13 +224,17 @@ struct ly_in *zam_ly_in_new_memory(const char *text) {
 
 // Data parsing
 
+const char *zam_lyd_text_fault(const struct ly_ctx *ctx, const char *text, LYD_FORMAT format, size_t *offset) {
+    const text_fault fault = look_into({ctx}, text, format).fault;
+    if (offset != nullptr) *offset = fault.offset;
+    return fault.what;
+}
+
 struct lyd_node *zam_lyd_parse_data_mem(const struct ly_ctx *ctx, const char *text, LYD_FORMAT format,
                                         uint32_t parse_options, uint32_t validate_options) {
     zam_log_printf(ZAM_LOG_DEBUG, "[libyang]Parse data mem, data : %s\n", _shown(text));
     lyd_node *tree = nullptr;
-    const LY_ERR result = may_be_parsed(ctx, text, format)
-                              ? lyd_parse_data_mem(ctx, text, format, parse_options, validate_options, &tree)
-                              : LY_EVALID;
+    const LY_ERR result = _parse_data(ctx, text, format, parse_options, validate_options, &tree);
     if (result != LY_SUCCESS) {
         zam_log_printf(ZAM_LOG_WRONG, "[libyang]Parse data mem unsuccessful, ret :%u.\n", result);
     }
@@ -239,7 +259,7 @@ struct lyd_node *zam_lyd_parse_op(const struct ly_ctx *ctx, const char *text, LY
         return nullptr;
     }
     const owned<ly_in, zam_ly_in_free> in{handle};
-    if (ctx != nullptr && !_may_be_operation(ctx, text, format)) {
+    if (ctx != nullptr && !_may_be_operation({ctx, nullptr, type == LYD_TYPE_REPLY_YANG}, text, format)) {
         zam_log_printf(ZAM_LOG_DEBUG, "[libyang]Parse op unsuccessful, ret : %u.\n", LY_EVALID);
         return nullptr;
     }
@@ -264,7 +284,7 @@ struct lyd_node *zam_lyd_parse_ext_data(const struct ly_ctx *ctx, const char *mo
     lyd_node *tree = nullptr;
     // Without this option libyang looks for the place of a second top node of a template, and never finds it.
     const LY_ERR result =
-        may_be_parsed(ctx, _text_of(in), format)
+        check_text({ctx, ext}, _text_of(in), format).fault.what == nullptr
             ? lyd_parse_ext_data(ext, nullptr, in, format, parse_options | LYD_PARSE_ORDERED, validate_options, &tree)
             : LY_EVALID;
     if (result != LY_SUCCESS) zam_log_printf(ZAM_LOG_WRONG, "[libyang]Parse ext data unsuccessful.\n");

@@ -5,14 +5,9 @@
 
 #include <limits>
 
-#include <zamc/logger.h>
-
-#include "yang/yang_internal.h"
-
 namespace zam::yang {
 namespace {
 
-constexpr size_t most_equal = 1000; // a configuration holds no two, and a thousand cost libyang some milliseconds
 constexpr size_t counter_count = 65536;
 
 // FNV-1a. Whoever makes values collide gets nothing but his own text refused.
@@ -52,15 +47,6 @@ text_fault find_text_fault(const char *text, LYD_FORMAT format) {
     if (!text) return {};
     if (format == LYD_JSON) return _json_fault(text);
     return format == LYD_XML ? scan_xml(text) : text_fault{};
-}
-
-bool may_be_parsed(const ly_ctx *ctx, const char *text, LYD_FORMAT format) {
-    const text_fault fault = find_text_fault(text, format);
-    if (!fault.what) return true;
-    ly_err_clean(const_cast<ly_ctx *>(ctx), nullptr); // its last error is about something else
-    zam_log_printf(ZAM_LOG_WRONG, "The %s text is not parsed: %s, offset : %zu.\n", format == LYD_JSON ? "JSON" : "XML",
-                   fault.what, fault.offset);
-    return false;
 }
 
 } // namespace zam::yang

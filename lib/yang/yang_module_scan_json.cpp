@@ -6,7 +6,8 @@
 // - it dies of arrays directly inside arrays of an anydata or anyxml;
 // - it dies of metadata of a leaf-list ("@name") that goes on after the last value of "name";
 // - it writes out a number with all the zeros that its exponent asks for;
-// - it takes quadratic time over equal values of one array.
+// - it looks names up after their escapes are resolved, so that a name may hide from whoever reads the text;
+// - it takes quadratic time over equal values of one array, and over equal names of one object.
 
 #include <array>
 
@@ -24,6 +25,28 @@ bool _is_digit(char c) {
 
 bool _is_hex(char c) {
     return _is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+uint32_t _hex_value(char c) {
+    return static_cast<uint32_t>(_is_digit(c) ? c - '0' : (c | 0x20) - 'a' + 10);
+}
+
+// A character of a qualified name, or the sign of metadata.
+bool _is_name_character(uint32_t c) {
+    return (c >= '0' && c <= ':') || (c >= '@' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '-' ||
+           c == '.';
+}
+
+// Whether a name of a member hides one of its characters in an escape. For valid strings only.
+bool _hides_a_character(std::string_view name) {
+    for (size_t at = name.find('\\'); at != std::string_view::npos; at = name.find('\\', at + 2)) {
+        if (name[at + 1] != 'u') continue;
+        uint32_t code = 0;
+        for (const char digit : text_before(text_from(name, at + 2), 4))
+            code = code << 4 | _hex_value(digit);
+        if (_is_name_character(code)) return true;
+    }
+    return false;
 }
 
 struct _utf8_form {
@@ -63,18 +86,19 @@ enum class kind : char { object, array, null, scalar };
 
 // A part of the text, for records that there are many of.
 struct part {
-    uint32_t at = 0, length = 0;
+    uint32_t at, length;
 };
 
-// An open object or array.
+// An open object or array. Without initial values: there is an array of them, most of which is never used.
 struct level {
-    char closer = 0;
-    bool annotates = true; // of an array: nothing but objects and nulls yet, as metadata has
-    uint32_t start = 0;
-    uint32_t elements = 0;   // of an array
-    part name;               // of an object: the member being read,
-    part array;              // the one before it, if that is an array,
-    uint32_t array_size = 0; // and the elements of that one
+    char closer;
+    bool annotates; // of an array: nothing but objects and nulls yet, as metadata has
+    uint32_t start;
+    uint32_t elements;   // of an array
+    uint32_t members;    // of an object
+    part name;           // of an object: the member being read,
+    part array;          // the one before it, if that is an array,
+    uint32_t array_size; // and the elements of that one
 };
 
 // A complete value.
@@ -90,7 +114,10 @@ public:
 
     json_scan run() {
         const bool whole = static_cast<size_t>(end - begin) < UINT32_MAX && _values() && at == end;
-        return {whole, nested_arrays, harm ? harm_at : _offset(at), harm};
+        size_t offset = _offset(at);
+        if (whole && nested_arrays) offset = nested_at;
+        if (harm) offset = harm_at;
+        return {whole, nested_arrays, offset, harm};
     }
 
 private:
@@ -139,10 +166,11 @@ private:
 
     bool _open(char closer) {
         if (depth == levels.size()) return _note(too_deep) && false;
-        if (closer == ']' && depth > 0 && levels[depth - 1].closer == ']') nested_arrays = true;
-        levels[depth] = {};
-        levels[depth].closer = closer;
-        levels[depth].start = static_cast<uint32_t>(_offset(at));
+        if (closer == ']' && depth > 0 && levels[depth - 1].closer == ']' && !nested_arrays) {
+            nested_arrays = true;
+            nested_at = _offset(at);
+        }
+        levels[depth] = {closer, true, static_cast<uint32_t>(_offset(at)), 0, 0, {}, {}, 0};
         depth++;
         at++;
         _skip_blanks();
@@ -177,7 +205,7 @@ private:
         }
         const std::string_view name = _text(outer.name);
         if (starts_with(name, "@")) {
-            if (ended.what != kind::object && !_annotates(ended, outer)) _note("metadata that does not fit its member");
+            if (ended.what != kind::object && !_annotates(ended, outer)) _note(unfit_metadata);
             return true;
         }
         outer.array = ended.what == kind::array ? outer.name : part{};
@@ -195,7 +223,12 @@ private:
         _skip_blanks();
         const char *const start = at;
         if (at == end || *at != '"' || !_string()) return false;
-        levels[depth - 1].name = {static_cast<uint32_t>(_offset(start) + 1), static_cast<uint32_t>(at - start - 2)};
+        level &object = levels[depth - 1];
+        object.name = {static_cast<uint32_t>(_offset(start) + 1), static_cast<uint32_t>(at - start - 2)};
+        const std::string_view name = _text(object.name);
+        if (_hides_a_character(name)) _note("a name that hides a character in an escape");
+        if (++object.members > most_equal && !values.count(object.start, name))
+            _note("a name that stands too often in one object");
         _skip_blanks();
         if (at == end || *at != ':') return false;
         at++;
@@ -284,6 +317,7 @@ private:
     size_t depth = 0;
     bool opened = false;
     bool nested_arrays = false;
+    size_t nested_at = 0;
     const char *harm = nullptr;
     size_t harm_at = 0;
     equal_values values;

@@ -267,6 +267,7 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"DeepObjects", [] { return push_of(repeated(R"({"a":)", 100000) + "1" + repeated("}", 100000)); }},
         Bad{"DeepInside", [] { return R"({"orvel-zam-server:pull":)" + repeated(R"({"a":)", 100000); }},
         Bad{"EqualValues", [] { return push_of(R"({"genre":[)" + repeated(R"("jazz",)", 40000) + R"("jazz"]})"); }},
+        Bad{"EqualNames", [] { return push_of("{" + repeated(R"("motto":"a",)", 40000) + R"("motto":"a"})"); }},
         Bad{"XPath", pull_of("//*[1 mod 0]")}, Bad{"Functions", pull_of("/radio:room[count(//*)=1]")},
         Bad{"Union", pull_of("/radio:radio | /radio:room")}, Bad{"Axis", pull_of("/radio:radio/../radio:room")},
         Bad{"RelativePath", pull_of("radio")}, Bad{"UnendedKey", pull_of("/radio:room[name='a")},

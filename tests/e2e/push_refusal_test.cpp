@@ -219,6 +219,26 @@ TEST_F(Refusals, OfADeletionOfEverythingWhereThereIsNothing) {
               reply({"", "", "", "", "", "application", "data-missing", "", "/", R"("/" does not exist.)"}, json));
 }
 
+TEST_F(Refusals, OfNotesThatCannotBeRead) {
+    const auto push_notes = [&](const std::string &notes) {
+        return push_of(R"("datastore":"ietf-datastores:running","entity":"/radio:radio","operation":"merge",)"
+                       R"("content":{"radio":{"motto":"new",)" +
+                       notes + "}}");
+    };
+    const std::string before = op.pull("/radio:radio");
+    expect_error(push_notes(R"("notes":{"a":1,"b":[]})"), "protocol", "syntax", "Unexpected input data empty array.");
+    expect_error(push_notes(R"("notes":{"@radio:radio":{"a":1}})"), "protocol", "operation-failed",
+                 "The content is not read: metadata that does not fit its member.");
+    std::string deep = "{}";
+    for (int i = 0; i < 9; i++)
+        deep = R"({"radio:radio":{"notes":)" + deep + "}}";
+    expect_error(push_notes(R"("notes":)" + deep), "protocol", "operation-failed",
+                 "The content is not read: too many levels.");
+    expect_error(push_notes(R"("n\u006ftes":{"a":1})"), "protocol", "operation-failed",
+                 "The content is not read: a name that hides a character in an escape.");
+    EXPECT_EQ(op.pull("/radio:radio"), before);
+}
+
 TEST_F(Refusals, InsideADocumentUndoTheRestOfIt) {
     const std::string before = op.pull("/radio:radio");
     EXPECT_EQ(

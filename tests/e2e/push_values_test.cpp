@@ -221,6 +221,17 @@ TEST_P(ValueOf, EachTypeSurvives) {
     EXPECT_EQ(op.pull("/radio:radio"), "{\"" + leaf + "\":" + value.in_object + "}");
 }
 
+TEST(Notes, OfSeveralMembersAreKept) {
+    Server server{{.modules = real_models_and_radio()}};
+    Operator op{server.url()};
+    constexpr char notes[] = R"({"first":1,"second":["a",{"b":true}],"third":{"fourth":"x"}})";
+    EXPECT_EQ(op.push("/radio:radio", ZAMC_PUSH_MERGE, std::string{R"({"notes":)"} + notes + "}"), 0);
+    EXPECT_EQ(op.pull("/radio:radio/notes"), notes);
+    constexpr char modelled[] = R"({"first":1,"radio:radio":{"motto":"quiet","preset":[{"name":"one"}]}})";
+    EXPECT_EQ(op.push("/radio:radio", ZAMC_PUSH_MERGE, std::string{R"({"notes":)"} + modelled + "}"), 0);
+    EXPECT_NE(op.pull("/radio:radio/notes").find(R"("preset":[{"name":"one"}])"), std::string::npos);
+}
+
 TEST(Characters, ThatXmlCannotHoldAreRefusedInJsonToo) {
     Server server{{.modules = real_models_and_radio()}};
     Operator op{server.url()};

@@ -208,6 +208,27 @@ void parsed_and_printed(Run &run) {
     std::free(stream_text);
 }
 
+// A content of several members is looked at, and parsed, for itself.
+void content_of_several(Run &run) {
+    ly_ctx *ctx = test::test_context();
+    const char *good = R"({"test-main:top":{"any":{"a":1,"test-main:top":{"xml":{"b":2,"c":[3]}}}}})";
+    const char *bad = R"({"test-main:top":{"any":{"a":1,"b":[]}}})";
+    size_t offset = 0;
+    run.expect("no fault", zam_lyd_text_fault(ctx, good, LYD_JSON, &offset) == nullptr);
+    run.always("fault", zam_lyd_text_fault(ctx, bad, LYD_JSON, &offset) != nullptr);
+    tree(run, "data", zam_lyd_parse_data_mem(ctx, good, LYD_JSON, unvalidated, 0));
+    tree(run, "valid data", zam_lyd_parse_data_mem(ctx, good, LYD_JSON, LYD_PARSE_STRICT, LYD_VALIDATE_PRESENT));
+    const Tree none{zam_lyd_parse_data_mem(ctx, bad, LYD_JSON, unvalidated, 0)};
+    run.always("refused", !none);
+    tree(run, "operation",
+         zam_lyd_parse_op(ctx, R"({"test-main:run":{"content":{"a":1,"b":2}}})", LYD_JSON, LYD_TYPE_RPC_YANG));
+    const char *patch = R"({"ietf-yang-patch:yang-patch":{"edit":[{"edit-id":"1","value":{"a":1,"b":2}}]}})";
+    ly_in *in = run.object("input", zam_ly_in_new_memory(patch));
+    if (in)
+        tree(run, "patch", zam_lyd_parse_ext_data(ctx, "ietf-yang-patch", in, LYD_JSON, unvalidated, 0, "yang-patch"));
+    zam_ly_in_free(in);
+}
+
 std::string module_text(const std::string &name, const std::string &imported = {}) {
     return "module " + name + " { namespace \"urn:" + name + "\"; prefix p; " +
            (imported.empty() ? "" : "import " + imported + " { prefix i; } ") + "feature f; leaf l { type string; } }";
@@ -294,8 +315,15 @@ void requests_for_subscriptions(Run &run) {
 
 std::span<const Scene> yang_scenes() {
     static constexpr Scene scenes[] = {
-        {"paths", paths},     {"schemas", schemas},  {"trees", trees},   {"lightweight", lightweight_nodes},
-        {"spliced", spliced}, {"anydata", any_data}, {"errors", errors}, {"parsed and printed", parsed_and_printed},
+        {"paths", paths},
+        {"schemas", schemas},
+        {"trees", trees},
+        {"lightweight", lightweight_nodes},
+        {"spliced", spliced},
+        {"anydata", any_data},
+        {"errors", errors},
+        {"parsed and printed", parsed_and_printed},
+        {"content of several", content_of_several},
         {"modules", modules},
     };
     return scenes;

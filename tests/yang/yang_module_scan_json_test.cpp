@@ -122,6 +122,7 @@ TEST(ScanJson, TellsWhereTheFaultIs) {
 TEST(ScanJson, NoticesAnArrayDirectlyInAnArray) {
     EXPECT_TRUE(scan_json("[[1]]").nested_arrays);
     EXPECT_TRUE(scan_json(R"({"a":[1,[]]})").nested_arrays);
+    EXPECT_EQ(scan_json(R"({"a":[1,[],[]]})").offset, 8u);
     EXPECT_FALSE(scan_json(R"([{"a":[1]},2])").nested_arrays);
     EXPECT_FALSE(scan_json(R"({"a":["[["]})").nested_arrays);
 }
@@ -165,6 +166,76 @@ TEST(ScanJson, NotesExponentsThatNoTypeHas) {
     EXPECT_EQ(harm_of("[1e999,1E-017]"), "");
     EXPECT_EQ(harm_of("[1e1000]"), "an excessive exponent");
     EXPECT_EQ(harm_of("[1e-99999999]"), "an excessive exponent");
+}
+
+TEST(ScanJson, NotesANameThatStandsThousandsOfTimesInOneObject) {
+    const std::string entry = R"({"name":"x","value":1})";
+    EXPECT_EQ(harm_of("[" + repeated(entry + ",", 20'000) + entry + "]"), "") << "each object has its own";
+    EXPECT_EQ(harm_of("{" + repeated(R"("a":{},)", 1'500) + R"("b":1})"), "");
+    EXPECT_EQ(harm_of("{" + repeated(R"("a":{},)", 4'000) + R"("b":1})"), "a name that stands too often in one object");
+    std::string different = "{";
+    for (int i = 0; i < 100'000; i++)
+        different += "\"a" + std::to_string(i) + "\":1,";
+    EXPECT_EQ(harm_of(different + R"("b":1})"), "");
+}
+
+constexpr const char *hidden = "a name that hides a character in an escape";
+
+std::string with_name(const std::string &name) {
+    return "{\"" + name + "\":1}";
+}
+
+TEST(ScanJson, NotesNamesThatHideACharacterOfASchemasNames) {
+    for (const char *escape : {"\\u0061", "\\u007a", "\\u0041", "\\u005a", "\\u0030", "\\u0039", "\\u003a", "\\u0040",
+                               "\\u005f", "\\u002d", "\\u002e"})
+        EXPECT_EQ(harm_of(with_name(escape)), hidden) << escape;
+}
+
+TEST(ScanJson, ReadsTheDigitsOfEscapesInNamesInEitherCase) {
+    EXPECT_EQ(harm_of(with_name("\\u003A")), hidden);
+    EXPECT_EQ(harm_of(with_name("\\u005F")), hidden);
+    EXPECT_EQ(harm_of(with_name("\\u006f")), hidden);
+    EXPECT_EQ(harm_of(with_name("\\u006F")), hidden);
+    EXPECT_EQ(harm_of(with_name("\\u00AA")), "");
+    EXPECT_EQ(harm_of(with_name("\\uD83D\\uDE00")), "");
+}
+
+TEST(ScanJson, NotesHiddenCharactersWhereverTheyStandInAName) {
+    for (const char *name : {"\\u0061bc", "a\\u0062c", "ab\\u0063", "m\\u003Aname", "\\u0040m:name", "\\u00e9\\u0061",
+                             "\\\"\\u0061", "\\\\\\u0061", "\\\\\\\\\\u0061", "\\n\\u0061"})
+        EXPECT_EQ(harm_of(with_name(name)), hidden) << name;
+}
+
+TEST(ScanJson, NotesNamesThatHideACharacterInWhateverTheyStand) {
+    EXPECT_EQ(harm_of(R"({"a":{"b":[{"c":1,"\u0064":2}]}})"), hidden);
+    EXPECT_EQ(harm_of(R"([{"a":1},{"\u0061":{}}])"), hidden);
+    EXPECT_EQ(harm_of(R"({"a":1,"@\u0061":{"x:y":"1"}})"), hidden);
+    EXPECT_EQ(harm_of(R"({"a":1,"@a":{"x\u003ay":"1"}})"), hidden);
+}
+
+TEST(ScanJson, TellsWhereAHiddenCharacterIs) {
+    const json_scan scan = scan_json(R"({"ab":{"\u0061":1}})");
+    EXPECT_TRUE(scan.harm);
+    EXPECT_EQ(scan.offset, 15u); // one past the name
+}
+
+TEST(ScanJson, TakesNamesWithEscapesThatHideNothing) {
+    for (const char *name : {"\\u00e9", "\\u0022", "\\\"",    "\\\\",    "\\/",     "\\b\\f\\n\\r\\t", "\\u000a",
+                             "\\u0020", "\\u002f", "\\u003b", "\\u003f", "\\u005b", "\\u005e",         "\\u0060",
+                             "\\u007b", "\\u002c", "\\u0161", "\\u6100", "\\u0141", "\\u0100"})
+        EXPECT_EQ(harm_of(with_name(name)), "") << name;
+}
+
+// An escaped backslash and what looks like the rest of an escape.
+TEST(ScanJson, TakesNamesWithABackslashInFrontOfAnEscapesLetters) {
+    EXPECT_EQ(harm_of(with_name("\\\\u0041")), "");
+    EXPECT_EQ(harm_of(with_name("a\\\\u0041b\\\\\\\\u0061")), "");
+}
+
+TEST(ScanJson, TakesAnyEscapeInAValue) {
+    EXPECT_EQ(harm_of(R"({"a":"\u0061\u003a\u0040","b":["\u0061",{"c":"\u005F"}]})"), "");
+    EXPECT_EQ(harm_of(R"(["\u0061","\u0061"])"), "");
+    EXPECT_EQ(harm_of(R"("\u0061")"), "");
 }
 
 TEST(ScanJson, NotesDepthWhateverComesBehind) {
