@@ -474,6 +474,7 @@ private:
         proxy_.plan(carried_out);
         Cell cell{tally_, timing_, name, plan, url, operator_.get()};
         exchange.run(cell);
+        proxy_.settle(); // the last bytes may have arrived before the stroke that follows them
         reached_ += counts && proxy_.happened();
         if (counts) ++tally_.cells;
         if (plan.death == Death::kill && proxy_.happened()) {

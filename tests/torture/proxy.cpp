@@ -105,10 +105,20 @@ void Proxy::plan(Plan plan) {
 }
 
 void Proxy::close_all() {
+    wait_for_thread(true);
+}
+
+void Proxy::settle() {
+    wait_for_thread(false);
+}
+
+// A round of the thread that begins now ends what it was about.
+void Proxy::wait_for_thread(bool closes) {
     std::unique_lock lock{mutex_};
-    close_wanted_ = true;
+    close_wanted_ = closes;
+    round_wanted_ = true;
     eventfd_write(wake_, 1);
-    changed_.wait(lock, [&] { return !close_wanted_; });
+    changed_.wait(lock, [&] { return !round_wanted_; });
 }
 
 void Proxy::run() {
@@ -141,13 +151,13 @@ void Proxy::run() {
             eventfd_t ignored = 0;
             eventfd_read(wake_, &ignored);
             std::lock_guard guard{mutex_};
-            if (close_wanted_) {
+            if (std::exchange(close_wanted_, false)) {
                 for (Link &link : links_)
                     close_link(link);
                 links_.clear();
-                close_wanted_ = false;
-                changed_.notify_all();
             }
+            round_wanted_ = false;
+            changed_.notify_all();
         }
         for (const size_t i : {1, 2})
             if (waits[i].revents != 0) accept_from(waits[i].fd);

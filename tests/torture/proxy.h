@@ -51,6 +51,7 @@ public:
     bool happened() const { return happened_; }                                 // what was planned
     uint64_t relayed(Direction direction) const { return relayed_[direction]; } // by the connection of the plan
     void close_all();                                                           // and waits until they are closed
+    void settle(); // waits until all that has arrived at the proxy has had its consequences
 
 private:
     struct Link {
@@ -65,6 +66,7 @@ private:
     };
 
     void run();
+    void wait_for_thread(bool closes);
     void accept_from(int listener);
     void relay(Link &link, Direction direction);
     void strike(Link &link);
@@ -82,6 +84,7 @@ private:
     Plan plan_;
     bool plan_waits_ = false;
     bool close_wanted_ = false;
+    bool round_wanted_ = false;
     std::atomic<bool> stopping_ = false;
     std::atomic<bool> happened_ = false;
     std::array<std::atomic<uint64_t>, 2> relayed_{};
