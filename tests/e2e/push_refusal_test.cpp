@@ -219,7 +219,7 @@ TEST_F(Refusals, OfADeletionOfEverythingWhereThereIsNothing) {
               reply({"", "", "", "", "", "application", "data-missing", "", "/", R"("/" does not exist.)"}, json));
 }
 
-TEST_F(Refusals, OfNotesThatCannotBeRead) {
+TEST_F(Refusals, OfContentThatLibyangMustNotGet) {
     const auto push_notes = [&](const std::string &notes) {
         return push_of(R"("datastore":"ietf-datastores:running","entity":"/radio:radio","operation":"merge",)"
                        R"("content":{"radio":{"motto":"new",)" +
@@ -236,6 +236,11 @@ TEST_F(Refusals, OfNotesThatCannotBeRead) {
                  "The content is not read: too many levels.");
     expect_error(push_notes(R"("n\u006ftes":{"a":1})"), "protocol", "operation-failed",
                  "The content is not read: a name that hides a character in an escape.");
+    std::string again;
+    for (int i = 0; i < 40'000; i++)
+        again += R"("name":"x",)";
+    expect_error(push_notes(again + R"("volume":1)"), "protocol", "operation-failed",
+                 "The content is not read: a name that stands too often in one object.");
     EXPECT_EQ(op.pull("/radio:radio"), before);
 }
 
